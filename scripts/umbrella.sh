@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Regenerates meshcore/meshcore.h so that it includes every public header.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+{
+  echo '#pragma once'
+  echo '// Every public header of the library. Regenerate with scripts/umbrella.sh;'
+  echo '// the header_check test fails when a header is missing here.'
+  echo
+  find meshcore -mindepth 2 -name '*.h' | LC_ALL=C sort | sed 's|.*|#include "&"|'
+} > meshcore/meshcore.h

@@ -1,0 +1,13 @@
+# Fails when a public header is not included by meshcore/meshcore.h.
+file(GLOB_RECURSE headers RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/meshcore/*/*.h)
+file(READ ${SOURCE_DIR}/meshcore/meshcore.h umbrella)
+set(missing "")
+foreach(h IN LISTS headers)
+  string(FIND "${umbrella}" "#include \"${h}\"" pos)
+  if(pos EQUAL -1)
+    list(APPEND missing ${h})
+  endif()
+endforeach()
+if(missing)
+  message(FATAL_ERROR "not in meshcore/meshcore.h (run scripts/umbrella.sh): ${missing}")
+endif()
