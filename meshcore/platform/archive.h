@@ -92,7 +92,14 @@ private:
     CObject* obj;             // set for object entries
     std::uint32_t schema;
   };
-  std::vector<LoadEntry> m_loadTable; // index 0 unused
+  std::vector<LoadEntry> m_loadTable; // index 0 unused; both pointers null = unusable
+
+  // Decodes one reference: returns the class of a class reference (objectIndex 0)
+  // or null with objectIndex set for an object reference (0 for the null object).
+  const CRuntimeClass* ReadReference(std::uint32_t& objectIndex, std::uint32_t& schema);
+  std::uint64_t ReadStringLength(bool& wide);
+  void WriteStringLength(std::uint64_t n);
+  void WriteIndex(std::uint32_t index, bool isClass);
 };
 
 } // namespace meshcore

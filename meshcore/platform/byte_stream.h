@@ -72,6 +72,12 @@ public:
   void Flush() override;
   std::string GetFilePath() const override { return m_path; }
   std::uint64_t GetLength() const;
+  // Reads one line without its "\n" (and "\r\n"); false at the end of the file.
+  bool ReadString(std::string& line);
+  // The CFileException cause of the first failed write (none when all went well).
+  int GetWriteError() const { return m_writeError; }
+  // Maps an errno value to a CFileException cause.
+  static int CauseFromErrno(int err);
 
 private:
   std::FILE* m_fp = nullptr;
@@ -80,6 +86,10 @@ private:
   std::uint64_t m_length = 0;
   bool m_writing = false;
   bool m_failed = false;
+  int m_writeError = 0;
+
+  void RecordWriteError(int err);
+  void CloseHandle();
 };
 
 } // namespace meshcore

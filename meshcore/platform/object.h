@@ -2,6 +2,7 @@
 // Run-time typed, serialisable objects and the registry that recreates them by
 // class name when an archive is read.
 
+#include <cstddef>
 #include <cstdint>
 
 namespace meshcore {
@@ -39,26 +40,32 @@ public:
 #define MESHCORE_RUNTIME_CLASS(name) (&name::class##name)
 
 // In the class body: run-time class information (dynamic creation when serial).
-#define MESHCORE_DECLARE_DYNAMIC(name)                                                            \
+#define MESHCORE_DECLARE_DYNAMIC(name)                                                             \
 public:                                                                                            \
   static const ::meshcore::CRuntimeClass class##name;                                              \
   const ::meshcore::CRuntimeClass* GetRuntimeClass() const override;
 
-#define MESHCORE_DECLARE_SERIAL(name)                                                             \
+#define MESHCORE_DECLARE_SERIAL(name)                                                              \
   MESHCORE_DECLARE_DYNAMIC(name)                                                                   \
   static ::meshcore::CObject* CreateObject();
 
 // In one .cpp file, inside namespace meshcore.
-#define MESHCORE_IMPLEMENT_DYNAMIC(name, base)                                                    \
+#define MESHCORE_IMPLEMENT_DYNAMIC(name, base)                                                     \
   const ::meshcore::CRuntimeClass name::class##name = {#name, 0xFFFF, nullptr,                     \
                                                        MESHCORE_RUNTIME_CLASS(base)};              \
-  const ::meshcore::CRuntimeClass* name::GetRuntimeClass() const { return &class##name; }
+  const ::meshcore::CRuntimeClass* name::GetRuntimeClass() const {                                 \
+    return &class##name;                                                                           \
+  }
 
-#define MESHCORE_IMPLEMENT_SERIAL(name, base, schema)                                             \
-  ::meshcore::CObject* name::CreateObject() { return new name; }                                   \
+#define MESHCORE_IMPLEMENT_SERIAL(name, base, schema)                                              \
+  ::meshcore::CObject* name::CreateObject() {                                                      \
+    return new name;                                                                               \
+  }                                                                                                \
   const ::meshcore::CRuntimeClass name::class##name = {#name, schema, &name::CreateObject,         \
                                                        MESHCORE_RUNTIME_CLASS(base)};              \
-  const ::meshcore::CRuntimeClass* name::GetRuntimeClass() const { return &class##name; }         \
+  const ::meshcore::CRuntimeClass* name::GetRuntimeClass() const {                                 \
+    return &class##name;                                                                           \
+  }                                                                                                \
   static const ::meshcore::CClassRegistrar s_registrar##name(&name::class##name);
 
 } // namespace meshcore

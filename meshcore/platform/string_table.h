@@ -8,7 +8,8 @@ namespace meshcore {
 
 // The text of id in the active language; empty when the id has no text.
 std::string LoadString(unsigned id);
-// "en" or "fr" (only the first two letters count); anything else selects English.
+// "en" or "fr" (only the first two letters count); anything else selects English,
+// except an empty text, which returns to the choice made from the environment.
 void SetLanguage(const std::string& lang);
 // "en" or "fr". Until SetLanguage is called, French when the first of LC_ALL,
 // LC_MESSAGES and LANG that is set begins with "fr", else English.

@@ -2,6 +2,8 @@
 
 namespace meshcore {
 
-const char* GetVersionString() { return "0.1.0"; }
+const char* GetVersionString() {
+  return "0.1.0";
+}
 
 } // namespace meshcore
