@@ -2,8 +2,8 @@
 // Circular array-backed queue used by breadth-first traversals; starts with
 // room for 3 and doubles.
 
-#include <memory>
 #include <utility>
+#include <vector>
 
 namespace meshcore {
 
@@ -20,46 +20,29 @@ public:
 
 template <class T> class CQueue : public AbsQueue<T> {
 public:
-  CQueue() : m_data(new T[m_capacity]) {}
-  CQueue(const CQueue& other)
-      : m_capacity(other.m_capacity), m_count(other.m_count), m_front(other.m_front),
-        m_back(other.m_back), m_data(new T[other.m_capacity]) {
-    for (int i = 0; i < m_capacity; ++i)
-      m_data[i] = other.m_data[i];
-  }
-  CQueue& operator=(const CQueue& other) {
-    if (this != &other) {
-      CQueue copy(other);
-      std::swap(m_capacity, copy.m_capacity);
-      std::swap(m_count, copy.m_count);
-      std::swap(m_front, copy.m_front);
-      std::swap(m_back, copy.m_back);
-      std::swap(m_data, copy.m_data);
-    }
-    return *this;
-  }
+  CQueue() : m_data(3) {}
 
   void Enqueue(const T& x) override {
-    if (m_count == m_capacity) {
+    const std::size_t capacity = m_data.size();
+    if (static_cast<std::size_t>(m_count) == capacity) {
       T value = x; // x may live in the block being replaced
       // Unwrap into the new block: front moves to 0.
-      std::unique_ptr<T[]> grown(new T[2 * static_cast<std::size_t>(m_capacity)]);
-      for (int i = 0, j = m_front; i < m_count; ++i) {
+      std::vector<T> grown(2 * capacity);
+      std::size_t j = static_cast<std::size_t>(m_front);
+      for (std::size_t i = 0; i < capacity; ++i) {
         grown[i] = std::move(m_data[j]);
-        if (++j == m_capacity)
+        if (++j == capacity)
           j = 0;
       }
+      grown[capacity] = std::move(value);
       m_data = std::move(grown);
-      m_capacity *= 2;
       m_front = 0;
-      m_back = m_count - 1;
-      m_data[++m_back] = std::move(value);
-      ++m_count;
-      return;
+      m_back = m_count;
+    } else {
+      if (static_cast<std::size_t>(++m_back) == capacity)
+        m_back = 0;
+      m_data[static_cast<std::size_t>(m_back)] = x;
     }
-    if (++m_back == m_capacity)
-      m_back = 0;
-    m_data[m_back] = x;
     ++m_count;
   }
   // Dequeuing an empty queue does nothing.
@@ -67,11 +50,11 @@ public:
     if (m_count == 0)
       return;
     --m_count;
-    if (++m_front == m_capacity)
+    if (static_cast<std::size_t>(++m_front) == m_data.size())
       m_front = 0;
   }
   // The slot at the front index; meaningful only when the queue is not empty.
-  T* GetFront() override { return &m_data[m_front]; }
+  T* GetFront() override { return &m_data[static_cast<std::size_t>(m_front)]; }
   int IsEmpty() const override { return m_count == 0; }
   int IsFull() const override { return 0; }
   void MakeEmpty() override {
@@ -81,15 +64,14 @@ public:
   }
 
   int GetCount() const { return m_count; }
-  int GetCapacity() const { return m_capacity; }
+  int GetCapacity() const { return static_cast<int>(m_data.size()); }
   int GetFrontIndex() const { return m_front; }
 
 private:
-  int m_capacity = 3;
   int m_count = 0;
   int m_front = 0;
   int m_back = -1;
-  std::unique_ptr<T[]> m_data;
+  std::vector<T> m_data; // its size is the capacity
 };
 
 } // namespace meshcore

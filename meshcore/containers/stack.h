@@ -1,9 +1,8 @@
 #pragma once
 // Array-backed stack used by traversals; starts with room for 5 and doubles.
 
-#include <algorithm>
-#include <memory>
 #include <utility>
+#include <vector>
 
 namespace meshcore {
 
@@ -21,56 +20,43 @@ public:
 
 template <class T> class CStack : public AbsStack<T> {
 public:
-  CStack() : m_data(new T[m_capacity]) {}
-  CStack(const CStack& other)
-      : m_capacity(other.m_capacity), m_top(other.m_top), m_data(new T[other.m_capacity]) {
-    std::copy_n(other.m_data.get(), m_top + 1, m_data.get());
-  }
-  CStack& operator=(const CStack& other) {
-    if (this != &other) {
-      CStack copy(other);
-      std::swap(m_capacity, copy.m_capacity);
-      std::swap(m_top, copy.m_top);
-      std::swap(m_data, copy.m_data);
-    }
-    return *this;
-  }
+  CStack() : m_data(5) {}
 
   void Push(const T& x) override {
-    if (m_top + 1 == m_capacity) {
+    const std::size_t next = static_cast<std::size_t>(m_top + 1);
+    if (next == m_data.size()) {
       T value = x; // x may live in the block being replaced
-      std::unique_ptr<T[]> grown(new T[2 * static_cast<std::size_t>(m_capacity)]);
-      for (int i = 0; i <= m_top; ++i)
+      std::vector<T> grown(2 * m_data.size());
+      for (std::size_t i = 0; i < next; ++i)
         grown[i] = std::move(m_data[i]);
+      grown[next] = std::move(value);
       m_data = std::move(grown);
-      m_capacity *= 2;
-      m_data[++m_top] = std::move(value);
-      return;
+    } else {
+      m_data[next] = x;
     }
-    m_data[++m_top] = x;
+    ++m_top;
   }
   // Popping an empty stack does nothing (x is left as it was).
   void Pop(T& x) override {
     if (m_top >= 0)
-      x = m_data[m_top--];
+      x = m_data[static_cast<std::size_t>(m_top--)];
   }
   void Pop() override {
     if (m_top >= 0)
       --m_top;
   }
   // Null when empty.
-  T* Top() override { return m_top >= 0 ? &m_data[m_top] : nullptr; }
+  T* Top() override { return m_top >= 0 ? &m_data[static_cast<std::size_t>(m_top)] : nullptr; }
   int IsEmpty() const override { return m_top == -1; }
   int IsFull() const override { return 0; }
   void MakeEmpty() override { m_top = -1; }
 
   int GetCount() const { return m_top + 1; }
-  int GetCapacity() const { return m_capacity; }
+  int GetCapacity() const { return static_cast<int>(m_data.size()); }
 
 private:
-  int m_capacity = 5;
   int m_top = -1;
-  std::unique_ptr<T[]> m_data;
+  std::vector<T> m_data; // its size is the capacity
 };
 
 } // namespace meshcore

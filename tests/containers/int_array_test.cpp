@@ -1,0 +1,137 @@
+#include "meshcore/containers/array_id.h"
+#include "meshcore/containers/int_array_id.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+using namespace meshcore;
+
+std::vector<int> Values(const CIntArrayID& a) {
+  return std::vector<int>(a.GetData(), a.GetData() + a.GetSize());
+}
+
+TEST(IntArrayID, GrowthAcrossTheInlineRoom) {
+  CIntArrayID a;
+  EXPECT_EQ(a.GetData(), nullptr);
+  std::vector<int> caps;
+  for (int v = 1; v <= 14; ++v) {
+    a.Add(v * 10);
+    caps.push_back(a.GetCapacity());
+  }
+  EXPECT_EQ(caps, (std::vector<int>{1, 5, 5, 5, 5, 9, 9, 9, 9, 13, 13, 13, 13, 17}));
+  EXPECT_EQ(a[0], 10);
+  EXPECT_EQ(a[13], 140);
+
+  CIntArrayID r(6, 0);
+  EXPECT_EQ(r.GetSize(), 0);
+  EXPECT_EQ(r.GetCapacity(), 6);
+  const int* block = r.GetData();
+  for (int v = 0; v < 6; ++v)
+    r.Add(v);
+  EXPECT_EQ(r.GetData(), block);
+  r.Add(6);
+  EXPECT_EQ(r.GetCapacity(), 10);
+  EXPECT_EQ(Values(r), (std::vector<int>{0, 1, 2, 3, 4, 5, 6}));
+
+  CIntArrayID z(3, 1);
+  EXPECT_EQ(Values(z), (std::vector<int>{0, 0, 0}));
+
+  // Shrinking keeps the block; growing again zeroes what comes back into view.
+  CIntArrayID s;
+  for (int v = 1; v <= 8; ++v)
+    s.Add(v);
+  s.SetSize(2);
+  EXPECT_EQ(s.GetCapacity(), 9);
+  s.SetSize(4);
+  EXPECT_EQ(Values(s), (std::vector<int>{1, 2, 0, 0}));
+  // Back into the inline room and out again, values intact.
+  s.FreeExtra();
+  EXPECT_EQ(s.GetCapacity(), 4);
+  EXPECT_EQ(Values(s), (std::vector<int>{1, 2, 0, 0}));
+  s.Add(5);
+  EXPECT_EQ(s.GetCapacity(), 8);
+  EXPECT_EQ(Values(s), (std::vector<int>{1, 2, 0, 0, 5}));
+  s.RemoveAll();
+  EXPECT_EQ(s.GetCapacity(), 0);
+  EXPECT_EQ(s.GetData(), nullptr);
+}
+
+TEST(IntArrayID, SurvivesRawByteMoves) {
+  // Element records holding arrays are moved with memcpy; no pointer may refer
+  // back into the object.
+  for (int n : {3, 4, 7}) {
+    alignas(CIntArrayID) unsigned char from[sizeof(CIntArrayID)];
+    alignas(CIntArrayID) unsigned char to[sizeof(CIntArrayID)];
+    auto* a = new (from) CIntArrayID;
+    for (int v = 0; v < n; ++v)
+      a->Add(v + 1);
+    std::memcpy(to, from, sizeof to);
+    std::memset(from, 0xAB, sizeof from);
+    auto* b = reinterpret_cast<CIntArrayID*>(to);
+    ASSERT_EQ(b->GetSize(), n);
+    for (int v = 0; v < n; ++v)
+      EXPECT_EQ((*b)[v], v + 1);
+    b->Add(99);
+    EXPECT_EQ((*b)[n], 99);
+    b->~CIntArrayID();
+  }
+}
+
+TEST(IntArrayID, InsertRemoveAppendCopy) {
+  CIntArrayID a;
+  for (int v : {1, 2, 3})
+    a.Add(v);
+  a.InsertAt(1, 7, 2);
+  EXPECT_EQ(Values(a), (std::vector<int>{1, 7, 7, 2, 3}));
+  a.InsertAt(7, 9);
+  EXPECT_EQ(Values(a), (std::vector<int>{1, 7, 7, 2, 3, 0, 0, 9}));
+  a.RemoveAt(0, 3);
+  EXPECT_EQ(Values(a), (std::vector<int>{2, 3, 0, 0, 9}));
+  EXPECT_EQ(a.GetCapacity(), 9);
+  a.InsertAt(1, &a);
+  EXPECT_EQ(Values(a), (std::vector<int>{2, 2, 3, 0, 0, 9, 3, 0, 0, 9}));
+  CIntArrayID b;
+  b.Add(4);
+  EXPECT_EQ(b.Append(b), 1);
+  EXPECT_EQ(b.Append(a), 2);
+  EXPECT_EQ(b.GetSize(), 12);
+  b = a;
+  EXPECT_EQ(Values(b), Values(a));
+  CIntArrayID c(b);
+  CIntArrayID d(std::move(c));
+  EXPECT_EQ(Values(d), Values(a));
+  EXPECT_EQ(c.GetSize(), 0);
+  b.SetAtGrow(11, 5);
+  EXPECT_EQ(b.GetSize(), 12);
+  EXPECT_EQ(b[10], 0);
+}
+
+TEST(ArrayID, TypedArray) {
+  CArrayID<int*, int*> a;
+  int x = 1, y = 2;
+  int count = -1;
+  EXPECT_EQ(a.GetData(count), nullptr);
+  EXPECT_EQ(count, 0);
+  EXPECT_EQ(a.Add(&x), 0);
+  EXPECT_EQ(a.Add(&y), 1);
+  a.InsertAt(0, &y);
+  a.SetAtGrow(4, &x);
+  EXPECT_EQ(a.GetSize(), 5);
+  EXPECT_EQ(a[3], nullptr);
+  int* const* data = a.GetData(count);
+  EXPECT_EQ(count, 5);
+  EXPECT_EQ(data[0], &y);
+  a.RemoveAt(1, 2);
+  EXPECT_EQ(a.GetUpperBound(), 2);
+  CArrayID<int*, int*> b;
+  b = a;
+  EXPECT_EQ(b.ElementAt(2), &x);
+  EXPECT_EQ(b.Append(b), 3);
+  EXPECT_EQ(b.GetAt(5), &x);
+}
+
+} // namespace
