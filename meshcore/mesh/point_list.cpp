@@ -1,0 +1,133 @@
+#include "meshcore/mesh/point_list.h"
+
+#include "meshcore/containers/custom_data.h"
+#include "meshcore/containers/next_prime.h"
+#include "meshcore/mesh/face_list.h"
+
+#include <vector>
+
+namespace meshcore {
+
+MESHCORE_IMPLEMENT_DYNAMIC(CPointList, CElementArray)
+
+CPointList::CPointList(std::uint32_t memoryRecordSize, std::uint32_t archiveRecordSize)
+    : CElementArray(memoryRecordSize) {
+  SetArchiveRecordSize(archiveRecordSize);
+}
+
+CPointList& CPointList::operator=(const CPointList& src) {
+  if (&src != this) {
+    CElementArray::operator=(src);
+    Inherit(src);
+  }
+  return *this;
+}
+
+int CPointList::UpdateList(CGeomInfo*) {
+  if (!IsFlagSet(PL_CHANGED))
+    return 0;
+  SetFlag(PL_CHANGED, 0);
+  return 1;
+}
+
+void CPointList::SetFlag(_POINT_PROPERTIES flag, int on) {
+  if (!HasPointElements())
+    return;
+  for (int i = 0; i < GetSize(); ++i)
+    ElementAt(i).SetFlag(flag, on);
+}
+
+int CPointList::GetNumberOfPoints(_POINT_PROPERTIES flag, int set) const {
+  if (!HasPointElements() || (set != 0 && set != 1))
+    return 0;
+  int n = 0;
+  for (int i = 0; i < GetSize(); ++i)
+    n += ElementAt(i).IsFlagSet(flag) == (set == 1);
+  return n;
+}
+
+void CPointList::SavePointsIndex() {
+  if (!HasPointElements())
+    return;
+  for (int i = 0; i < GetSize(); ++i)
+    ElementAt(i).GetCustomData(1)->SetInt(kPointIndexKey, i);
+}
+
+void CPointList::InvalidatePoints(CGeomInfo*, const CIndexMap& keep) {
+  if (!HasPointElements())
+    return;
+  for (int i = 0; i < GetSize(); ++i)
+    if (!keep.Contains(i))
+      ElementAt(i).SetFlag(PT_INVALID, 1);
+}
+
+void CPointList::SetBorderPointsStatus(const CEdgeGraph& edges) {
+  if (!HasPointElements())
+    return;
+  const int n = GetSize();
+  for (const auto& [edge, faces] : edges) {
+    const _POINT_PROPERTIES flag = faces.GetSize() == 1 ? PT_BORDER : PT_INNER_EDGE;
+    if (edge.first >= 0 && edge.first < n)
+      ElementAt(edge.first).SetFlag(flag, 1);
+    if (edge.second >= 0 && edge.second < n)
+      ElementAt(edge.second).SetFlag(flag, 1);
+  }
+}
+
+int CPointList::Clean(CFaceList* faces, CIndexMap* oldToNew) {
+  if (!HasPointElements())
+    return 0;
+  const int n = GetSize();
+  // Points used by valid faces. Indices are bounded by the list, so a flat
+  // table replaces a hashed set.
+  std::vector<unsigned char> used;
+  if (faces) {
+    used.assign(static_cast<std::size_t>(n), 0);
+    for (int f = 0; f < faces->GetSize(); ++f) {
+      const CFace& face = (*faces)[f];
+      if (face.IsOneFlagSet(FACE_INVALID | FACE_EXCLUDED))
+        continue;
+      const int* idx = face.GetData();
+      for (int k = 0; k < face.GetSize(); ++k)
+        if (idx[k] >= 0 && idx[k] < n)
+          used[static_cast<std::size_t>(idx[k])] = 1;
+    }
+  }
+  if (oldToNew)
+    oldToNew->RemoveAll();
+
+  int kept = 0;
+  for (int i = 0; i < n; ++i) {
+    CPt& p = ElementAt(i);
+    if (faces && !used[static_cast<std::size_t>(i)])
+      p.SetFlag(PT_INVALID, 1);
+    kept += !p.IsFlagSet(PT_INVALID);
+  }
+  if (kept == n)
+    return 0;
+  if (kept == 0) {
+    SetSize(0, -1);
+    return 1;
+  }
+  if (oldToNew) {
+    const auto want = NextPrime(static_cast<unsigned>(static_cast<float>(kept) * 1.2f));
+    oldToNew->Reserve(want);
+  }
+  int write = 0;
+  for (int i = 0; i < n; ++i) {
+    CPt& p = ElementAt(i);
+    if (p.IsFlagSet(PT_INVALID))
+      continue;
+    if (oldToNew)
+      oldToNew->SetAt(i, write);
+    // The virtual assignment, as for any point move: custom data travels only
+    // when the source has some.
+    if (write != i)
+      ElementAt(write) = p;
+    ++write;
+  }
+  SetSize(kept, -1);
+  return 1;
+}
+
+} // namespace meshcore
