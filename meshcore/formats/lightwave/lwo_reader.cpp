@@ -1,0 +1,984 @@
+#include "meshcore/formats/lightwave/lwo_reader.h"
+
+#include "meshcore/formats/lightwave/lwo_bytes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <string_view>
+#include <unordered_map>
+
+namespace meshcore {
+
+namespace {
+
+using namespace lwbytes;
+
+// Thrown at the first byte that does not fit; caught at the loader's boundary,
+// where the partial object is simply destroyed.
+struct BadFile {
+  const std::uint8_t* at;
+};
+
+// A bounded view of one chunk or sub-chunk. Every read checks the bound.
+class Span {
+public:
+  Span(const std::uint8_t* p, const std::uint8_t* e) : p_(p), e_(e) {}
+
+  std::size_t Remaining() const { return std::size_t(e_ - p_); }
+  bool Empty() const { return p_ >= e_; }
+  const std::uint8_t* Pos() const { return p_; }
+  const std::uint8_t* End() const { return e_; }
+
+  void Need(std::size_t n) const {
+    if (Remaining() < n)
+      throw BadFile{p_};
+  }
+  std::uint8_t U1() {
+    Need(1);
+    return *p_++;
+  }
+  std::uint16_t U2() {
+    Need(2);
+    auto v = LoadU2(p_);
+    p_ += 2;
+    return v;
+  }
+  std::int16_t I2() { return std::int16_t(U2()); }
+  std::uint32_t U4() {
+    Need(4);
+    auto v = LoadU4(p_);
+    p_ += 4;
+    return v;
+  }
+  float F4() {
+    Need(4);
+    auto v = LoadF4(p_);
+    p_ += 4;
+    return v;
+  }
+  std::uint32_t VX() {
+    Need(2);
+    if (p_[0] == 0xFF)
+      Need(4);
+    unsigned n;
+    auto v = LoadVX(p_, n);
+    p_ += n;
+    return v;
+  }
+  // A zero-terminated string and its pad byte; the pad may be missing at the
+  // very end of the chunk.
+  std::string S0() {
+    auto* z = static_cast<const std::uint8_t*>(std::memchr(p_, 0, Remaining()));
+    if (!z)
+      throw BadFile{e_};
+    std::string s(reinterpret_cast<const char*>(p_), std::size_t(z - p_));
+    std::size_t total = s.size() + 1;
+    total += total & 1;
+    p_ += std::min(total, Remaining());
+    return s;
+  }
+  void Skip(std::size_t n) {
+    Need(n);
+    p_ += n;
+  }
+  // The next sub-chunk (ID4, U2 size); an odd size is followed by a pad byte.
+  Span SubChunk(std::uint32_t& id) {
+    id = U4();
+    std::uint16_t size = U2();
+    Need(size);
+    Span s(p_, p_ + size);
+    p_ += size;
+    if ((size & 1) && !Empty())
+      ++p_;
+    return s;
+  }
+
+private:
+  const std::uint8_t* p_;
+  const std::uint8_t* e_;
+};
+
+bool IsBlockHeader(std::uint32_t id) {
+  return id == lwid::IMAP || id == lwid::PROC || id == lwid::GRAD || id == lwid::SHDR;
+}
+
+// Walks nested sub-chunks only to check that their sizes hold together.
+void CheckSubChunks(Span s) {
+  while (!s.Empty()) {
+    std::uint32_t id;
+    s.SubChunk(id);
+  }
+}
+
+class Loader {
+public:
+  Loader(const std::uint8_t* data, std::size_t size, const LwLoadOptions& options,
+         LwLoadStatus& status)
+      : base_(data), size_(size), options_(options), status_(status) {}
+
+  std::unique_ptr<st_lwObject> Run();
+
+private:
+  void ReadLwo2(std::size_t formEnd);
+  void ReadLwob(std::size_t formEnd);
+  template <class Handler> void ForEachChunk(std::size_t formEnd, Handler handler);
+
+  void ReadLayer(Span c, bool first);
+  void ReadPoints(Span c);
+  void ReadBBox(Span c);
+  void ReadPolygons(Span c);
+  void ReadPolygonTags(Span c);
+  void ReadTags(Span c);
+  void ReadVMap(Span c, bool perPolygon);
+  void ReadClip(Span c);
+  void ReadEnvelope(Span c);
+  void ReadSurface(Span c);
+  void ReadBlock(Span c, st_lwSurface& surface);
+
+  void ReadOldPolygons(Span c, std::uint32_t type, bool curves);
+  void ReadOldSurface(Span c);
+
+  void Finish();
+
+  st_lwLayer& Layer() { return object_->layers.back(); }
+
+  const std::uint8_t* base_;
+  std::size_t size_;
+  const LwLoadOptions& options_;
+  LwLoadStatus& status_;
+  std::unique_ptr<st_lwObject> object_;
+};
+
+std::unique_ptr<st_lwObject> Loader::Run() {
+  status_ = {};
+  if (size_ < 12) {
+    status_.position = size_;
+    return nullptr;
+  }
+  std::uint32_t form = LoadU4(base_), formSize = LoadU4(base_ + 4), type = LoadU4(base_ + 8);
+  if (form != lwid::FORM || (type != lwid::LWO2 && type != lwid::LWOB)) {
+    status_.position = 12;
+    return nullptr;
+  }
+  // A form that claims more bytes than the file holds is a truncated file.
+  std::uint64_t formEnd = std::uint64_t(formSize) + 8;
+  if (formEnd > size_ || formEnd < 12) {
+    status_.position = 4;
+    return nullptr;
+  }
+  try {
+    object_ = std::make_unique<st_lwObject>();
+    object_->formType = type;
+    object_->layers.emplace_back();
+    if (type == lwid::LWO2)
+      ReadLwo2(std::size_t(formEnd));
+    else
+      ReadLwob(std::size_t(formEnd));
+    if (status_.cancelled)
+      return nullptr;
+    status_.chunkId = 0;
+    status_.position = std::size_t(formEnd);
+    Finish();
+  } catch (const BadFile& bad) {
+    status_.position = std::size_t(bad.at - base_);
+    return nullptr;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  } catch (const std::length_error&) {
+    return nullptr;
+  }
+  return std::move(object_);
+}
+
+template <class Handler> void Loader::ForEachChunk(std::size_t formEnd, Handler handler) {
+  std::size_t pos = 12;
+  while (pos < formEnd) {
+    if (options_.shouldCancel && options_.shouldCancel()) {
+      status_.cancelled = true;
+      status_.position = pos;
+      return;
+    }
+    status_.chunkId = 0;
+    if (formEnd - pos < 8)
+      throw BadFile{base_ + pos};
+    std::uint32_t id = LoadU4(base_ + pos);
+    std::uint32_t size = LoadU4(base_ + pos + 4);
+    status_.chunkId = id;
+    pos += 8;
+    if (size > formEnd - pos)
+      throw BadFile{base_ + pos - 4};
+    handler(id, Span(base_ + pos, base_ + pos + size));
+    // Odd sizes are followed by a pad byte; a missing pad at the form's end is tolerated.
+    pos += size + (size & 1);
+  }
+}
+
+void Loader::ReadLwo2(std::size_t formEnd) {
+  bool firstLayer = true;
+  ForEachChunk(formEnd, [&](std::uint32_t id, Span c) {
+    switch (id) {
+    case lwid::LAYR:
+      ReadLayer(c, firstLayer);
+      firstLayer = false;
+      break;
+    case lwid::PNTS:
+      ReadPoints(c);
+      break;
+    case lwid::BBOX:
+      ReadBBox(c);
+      break;
+    case lwid::POLS:
+      ReadPolygons(c);
+      break;
+    case lwid::PTAG:
+      ReadPolygonTags(c);
+      break;
+    case lwid::TAGS:
+      ReadTags(c);
+      break;
+    case lwid::SURF:
+      ReadSurface(c);
+      break;
+    case lwid::CLIP:
+      ReadClip(c);
+      break;
+    case lwid::ENVL:
+      ReadEnvelope(c);
+      break;
+    case lwid::VMAP:
+      ReadVMap(c, false);
+      break;
+    case lwid::VMAD:
+      ReadVMap(c, true);
+      break;
+    default:
+      break;
+    }
+  });
+}
+
+void Loader::ReadLwob(std::size_t formEnd) {
+  ForEachChunk(formEnd, [&](std::uint32_t id, Span c) {
+    switch (id) {
+    case lwid::PNTS:
+      ReadPoints(c);
+      break;
+    case lwid::SRFS:
+      ReadTags(c);
+      break;
+    case lwid::POLS:
+      ReadOldPolygons(c, lwid::FACE, false);
+      break;
+    case lwid::PCHS:
+      ReadOldPolygons(c, lwid::PTCH, false);
+      break;
+    case lwid::CRVS:
+      ReadOldPolygons(c, lwid::CURV, true);
+      break;
+    case lwid::SURF:
+      ReadOldSurface(c);
+      break;
+    default:
+      break;
+    }
+  });
+}
+
+void Loader::ReadLayer(Span c, bool first) {
+  if (!first)
+    object_->layers.emplace_back();
+  st_lwLayer& layer = Layer();
+  layer.number = c.U2();
+  layer.flags = c.U2();
+  for (float& v : layer.pivot)
+    v = c.F4();
+  layer.name = c.S0();
+  if (c.Remaining() >= 2) {
+    layer.parent = c.U2();
+    layer.hasParent = true;
+  }
+}
+
+void Loader::ReadPoints(Span c) {
+  if (c.Remaining() % 12 != 0)
+    throw BadFile{c.Pos()};
+  st_lwLayer& layer = Layer();
+  std::size_t count = c.Remaining() / 12;
+  std::size_t old = layer.points.size();
+  if (old + count > std::numeric_limits<std::uint32_t>::max())
+    throw BadFile{c.Pos()};
+  layer.pointBase = std::uint32_t(old);
+  layer.points.resize(old + count);
+  const std::uint8_t* p = c.Pos();
+  st_lwPoint* out = layer.points.data() + old;
+  for (std::size_t i = 0; i < count; ++i, p += 12) {
+    out[i].pos[0] = LoadF4(p);
+    out[i].pos[1] = LoadF4(p + 4);
+    out[i].pos[2] = LoadF4(p + 8);
+  }
+}
+
+void Loader::ReadBBox(Span c) {
+  st_lwLayer& layer = Layer();
+  for (float& v : layer.bbox)
+    v = c.F4();
+  layer.hasBBox = true;
+}
+
+void Loader::ReadPolygons(Span c) {
+  st_lwLayer& layer = Layer();
+  std::uint32_t type = c.U4();
+  const std::uint8_t* begin = c.Pos();
+  const std::uint8_t* end = c.End();
+  const std::uint64_t pointCount = layer.points.size();
+  const std::uint64_t pointBase = layer.pointBase;
+
+  // First pass: structure and indices, so that the arrays are sized exactly.
+  std::size_t polygons = 0, vertices = 0;
+  for (const std::uint8_t* p = begin; p < end;) {
+    if (end - p < 2)
+      throw BadFile{p};
+    unsigned n = LoadU2(p) & 0x03FF;
+    p += 2;
+    for (unsigned i = 0; i < n; ++i) {
+      if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
+        throw BadFile{p};
+      unsigned size;
+      std::uint32_t v = LoadVX(p, size);
+      if (pointBase + v >= pointCount)
+        throw BadFile{p};
+      p += size;
+    }
+    ++polygons;
+    vertices += n;
+  }
+  std::size_t oldPolygons = layer.polygons.size(), oldVertices = layer.polygonVertices.size();
+  if (oldPolygons + polygons > std::numeric_limits<std::uint32_t>::max() ||
+      oldVertices + vertices > std::numeric_limits<std::uint32_t>::max())
+    throw BadFile{begin};
+  layer.polygonBase = std::uint32_t(oldPolygons);
+  layer.polygons.resize(oldPolygons + polygons);
+  layer.polygonVertices.resize(oldVertices + vertices);
+
+  st_lwPolygon* poly = layer.polygons.data() + oldPolygons;
+  std::uint32_t* verts = layer.polygonVertices.data();
+  std::uint32_t next = std::uint32_t(oldVertices);
+  const std::uint32_t base32 = layer.pointBase;
+  for (const std::uint8_t* p = begin; p < end; ++poly) {
+    std::uint16_t word = LoadU2(p);
+    p += 2;
+    unsigned n = word & 0x03FF;
+    poly->type = type;
+    poly->vertexCount = std::uint16_t(n);
+    poly->flags = std::uint16_t(word >> 10);
+    poly->firstVertex = next;
+    for (unsigned i = 0; i < n; ++i) {
+      unsigned size;
+      verts[next++] = base32 + LoadVX(p, size);
+      p += size;
+    }
+  }
+}
+
+void Loader::ReadPolygonTags(Span c) {
+  st_lwLayer& layer = Layer();
+  std::uint32_t type = c.U4();
+  std::vector<std::uint32_t>* extra = nullptr;
+  if (type == lwid::PART)
+    extra = &layer.partTags;
+  else if (type == lwid::SMGP)
+    extra = &layer.smoothingGroups;
+  else if (type != lwid::SURF)
+    return;
+  if (extra)
+    extra->resize(layer.polygons.size(), kLwNone);
+  const std::uint64_t count = layer.polygons.size();
+  while (!c.Empty()) {
+    const std::uint8_t* at = c.Pos();
+    std::uint64_t poly = std::uint64_t(layer.polygonBase) + c.VX();
+    std::uint16_t tag = c.U2();
+    if (poly >= count)
+      throw BadFile{at};
+    if (extra)
+      (*extra)[poly] = tag;
+    else
+      layer.polygons[poly].tag = tag;
+  }
+}
+
+void Loader::ReadTags(Span c) {
+  while (!c.Empty())
+    object_->tags.push_back(c.S0());
+}
+
+void Loader::ReadVMap(Span c, bool perPolygon) {
+  st_lwLayer& layer = Layer();
+  st_lwVMap map;
+  map.type = c.U4();
+  map.dimension = c.U2();
+  map.name = c.S0();
+  map.perPolygon = perPolygon;
+
+  const std::uint8_t* begin = c.Pos();
+  const std::uint8_t* end = c.End();
+  const std::size_t valueBytes = std::size_t(map.dimension) * 4;
+  const std::uint64_t pointCount = layer.points.size(), polygonCount = layer.polygons.size();
+  const std::uint64_t pointBase = layer.pointBase, polygonBase = layer.polygonBase;
+
+  std::size_t entries = 0;
+  for (const std::uint8_t* p = begin; p < end; ++entries) {
+    for (int k = 0; k < (perPolygon ? 2 : 1); ++k) {
+      if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
+        throw BadFile{p};
+      unsigned size;
+      std::uint64_t v = LoadVX(p, size) + (k == 0 ? pointBase : polygonBase);
+      if (v >= (k == 0 ? pointCount : polygonCount))
+        throw BadFile{p};
+      p += size;
+    }
+    if (std::size_t(end - p) < valueBytes)
+      throw BadFile{p};
+    p += valueBytes;
+  }
+
+  map.points.resize(entries);
+  if (perPolygon)
+    map.polygons.resize(entries);
+  map.values.resize(entries * map.dimension);
+  float* values = map.values.data();
+  const std::uint8_t* p = begin;
+  for (std::size_t e = 0; e < entries; ++e) {
+    unsigned size;
+    map.points[e] = std::uint32_t(pointBase + LoadVX(p, size));
+    p += size;
+    if (perPolygon) {
+      map.polygons[e] = std::uint32_t(polygonBase + LoadVX(p, size));
+      p += size;
+    }
+    for (std::uint32_t d = 0; d < map.dimension; ++d, p += 4)
+      *values++ = LoadF4(p);
+  }
+  layer.vmaps.push_back(std::move(map));
+}
+
+void Loader::ReadClip(Span c) {
+  st_lwClip clip;
+  clip.index = c.U4();
+  bool first = true;
+  while (!c.Empty()) {
+    std::uint32_t id;
+    Span s = c.SubChunk(id);
+    if (first)
+      clip.type = id;
+    first = false;
+    if (id == lwid::STIL && clip.fileName.empty())
+      clip.fileName = s.S0();
+  }
+  object_->clips.push_back(std::move(clip));
+}
+
+void Loader::ReadEnvelope(Span c) {
+  st_lwEnvelope env;
+  env.index = c.VX();
+  while (!c.Empty()) {
+    std::uint32_t id;
+    c.SubChunk(id);
+    if (id == LwId("KEY "))
+      ++env.keyCount;
+  }
+  object_->envelopes.push_back(env);
+}
+
+void Loader::ReadSurface(Span c) {
+  st_lwSurface surf;
+  surf.name = c.S0();
+  surf.source = c.S0();
+  while (!c.Empty()) {
+    std::uint32_t id;
+    Span s = c.SubChunk(id);
+    switch (id) {
+    case lwid::COLR:
+      for (float& v : surf.color)
+        v = s.F4();
+      break;
+    case lwid::LUMI:
+      surf.luminosity = s.F4();
+      break;
+    case lwid::DIFF:
+      surf.diffuse = s.F4();
+      break;
+    case lwid::SPEC:
+      surf.specular = s.F4();
+      break;
+    case lwid::REFL:
+      surf.reflection = s.F4();
+      break;
+    case lwid::TRAN:
+      surf.transparency = s.F4();
+      break;
+    case lwid::TRNL:
+      surf.translucency = s.F4();
+      break;
+    case lwid::GLOS:
+      surf.glossiness = s.F4();
+      break;
+    case lwid::SMAN:
+      surf.smoothingAngle = s.F4();
+      break;
+    case lwid::SIDE:
+      surf.side = s.U2();
+      break;
+    case lwid::VCOL:
+      surf.vcolIntensity = s.F4();
+      s.VX();
+      surf.vcolType = s.U4();
+      surf.vcolName = s.S0();
+      break;
+    case lwid::BLOK:
+      ReadBlock(s, surf);
+      break;
+    default:
+      break;
+    }
+  }
+  object_->surfaces.push_back(std::move(surf));
+}
+
+void Loader::ReadBlock(Span c, st_lwSurface& surface) {
+  st_lwBlock block;
+  Span header = c.SubChunk(block.type);
+  if (!IsBlockHeader(block.type)) {
+    CheckSubChunks(c);
+    return;
+  }
+  block.ordinal = header.S0();
+  while (!header.Empty()) {
+    std::uint32_t id;
+    Span s = header.SubChunk(id);
+    if (id == lwid::CHAN)
+      block.channel = s.U4();
+    else if (id == lwid::ENAB)
+      block.enabled = s.U2() != 0;
+    else if (id == lwid::OPAC) {
+      s.U2();
+      block.opacity = s.F4();
+    } else if (id == lwid::AXIS)
+      block.axis = s.U2();
+  }
+  while (!c.Empty()) {
+    std::uint32_t id;
+    Span s = c.SubChunk(id);
+    switch (id) {
+    case lwid::TMAP:
+      CheckSubChunks(s);
+      break;
+    case lwid::PROJ:
+      block.projection = s.U2();
+      break;
+    case lwid::AXIS:
+      block.axis = s.U2();
+      break;
+    case lwid::IMAG:
+      block.clip = s.VX();
+      break;
+    case lwid::VMAP:
+      block.vmapName = s.S0();
+      break;
+    default:
+      break;
+    }
+  }
+  surface.GetChannel(block.channel).blocks.push_back(std::move(block));
+}
+
+// "POLS", "PCHS" and "CRVS" of the older format: U2 count, U2 indices, I2
+// surface (1-based; negative announces detail polygons, counted by a U2 that
+// follows); curves end with a U2 of flags.
+void Loader::ReadOldPolygons(Span c, std::uint32_t type, bool curves) {
+  st_lwLayer& layer = Layer();
+  const std::uint8_t* begin = c.Pos();
+  const std::uint8_t* end = c.End();
+  const std::size_t pointCount = layer.points.size();
+
+  std::size_t polygons = 0, vertices = 0;
+  for (const std::uint8_t* p = begin; p < end;) {
+    if (end - p < 2)
+      throw BadFile{p};
+    unsigned n = LoadU2(p);
+    p += 2;
+    if (std::size_t(end - p) < std::size_t(n) * 2 + 2)
+      throw BadFile{p};
+    for (unsigned i = 0; i < n; ++i, p += 2)
+      if (LoadU2(p) >= pointCount)
+        throw BadFile{p};
+    std::int16_t surf = std::int16_t(LoadU2(p));
+    if (surf == 0)
+      throw BadFile{p};
+    p += 2;
+    if (curves) {
+      if (end - p < 2)
+        throw BadFile{p};
+      p += 2;
+    } else if (surf < 0) {
+      // The detail polygons simply follow in the same layout.
+      if (end - p < 2)
+        throw BadFile{p};
+      p += 2;
+    }
+    ++polygons;
+    vertices += n;
+  }
+  std::size_t oldPolygons = layer.polygons.size(), oldVertices = layer.polygonVertices.size();
+  if (oldPolygons + polygons > std::numeric_limits<std::uint32_t>::max() ||
+      oldVertices + vertices > std::numeric_limits<std::uint32_t>::max())
+    throw BadFile{begin};
+  layer.polygonBase = std::uint32_t(oldPolygons);
+  layer.polygons.resize(oldPolygons + polygons);
+  layer.polygonVertices.resize(oldVertices + vertices);
+
+  st_lwPolygon* poly = layer.polygons.data() + oldPolygons;
+  std::uint32_t* verts = layer.polygonVertices.data();
+  std::uint32_t next = std::uint32_t(oldVertices);
+  for (const std::uint8_t* p = begin; p < end; ++poly) {
+    unsigned n = LoadU2(p);
+    p += 2;
+    poly->type = type;
+    poly->vertexCount = std::uint16_t(n);
+    poly->firstVertex = next;
+    for (unsigned i = 0; i < n; ++i, p += 2)
+      verts[next++] = LoadU2(p);
+    std::int16_t surf = std::int16_t(LoadU2(p));
+    p += 2;
+    poly->tag = std::uint32_t(std::abs(int(surf)) - 1);
+    if (curves) {
+      poly->flags = LoadU2(p);
+      p += 2;
+    } else if (surf < 0) {
+      p += 2;
+    }
+  }
+}
+
+std::uint32_t OldTextureChannel(std::uint32_t id) {
+  switch (id) {
+  case LwId("CTEX"):
+    return lwid::COLR;
+  case LwId("DTEX"):
+    return lwid::DIFF;
+  case LwId("STEX"):
+    return lwid::SPEC;
+  case LwId("RTEX"):
+    return lwid::REFL;
+  case LwId("TTEX"):
+    return lwid::TRAN;
+  case LwId("LTEX"):
+    return lwid::LUMI;
+  case LwId("BTEX"):
+    return lwid::BUMP;
+  default:
+    return 0;
+  }
+}
+
+void Loader::ReadOldSurface(Span c) {
+  st_lwSurface surf;
+  surf.name = c.S0();
+  std::uint32_t flags = 0;
+  bool haveAngle = false;
+  st_lwBlock* texture = nullptr; // the texture that T* sub-chunks describe
+  std::uint32_t nextClip = 1;
+  for (const auto& clip : object_->clips)
+    nextClip = std::max(nextClip, clip.index + 1);
+
+  while (!c.Empty()) {
+    std::uint32_t id;
+    Span s = c.SubChunk(id);
+    switch (id) {
+    case lwid::COLR:
+      for (float& v : surf.color)
+        v = s.U1() / 255.0f;
+      break;
+    case LwId("FLAG"):
+      flags = s.U2();
+      break;
+    case lwid::LUMI:
+      surf.luminosity = s.U2() / 256.0f;
+      break;
+    case lwid::DIFF:
+      surf.diffuse = s.U2() / 256.0f;
+      break;
+    case lwid::SPEC:
+      surf.specular = s.U2() / 256.0f;
+      break;
+    case lwid::REFL:
+      surf.reflection = s.U2() / 256.0f;
+      break;
+    case lwid::TRAN:
+      surf.transparency = s.U2() / 256.0f;
+      break;
+    case LwId("VLUM"):
+      surf.luminosity = s.F4();
+      break;
+    case LwId("VDIF"):
+      surf.diffuse = s.F4();
+      break;
+    case LwId("VSPC"):
+      surf.specular = s.F4();
+      break;
+    case LwId("VRFL"):
+      surf.reflection = s.F4();
+      break;
+    case LwId("VTRN"):
+      surf.transparency = s.F4();
+      break;
+    case lwid::SMAN:
+      surf.smoothingAngle = s.F4();
+      haveAngle = true;
+      break;
+    case LwId("TIMG"):
+      if (texture) {
+        std::string name = s.S0();
+        if (!name.empty() && name != "(none)") {
+          st_lwClip clip;
+          clip.index = nextClip++;
+          clip.type = lwid::STIL;
+          clip.fileName = std::move(name);
+          texture->clip = clip.index;
+          object_->clips.push_back(std::move(clip));
+        }
+      }
+      break;
+    case LwId("TFLG"):
+      if (texture) {
+        std::uint16_t f = s.U2();
+        texture->axis = (f & 1) ? 0 : (f & 2) ? 1 : 2;
+      }
+      break;
+    default:
+      if (std::uint32_t channel = OldTextureChannel(id)) {
+        std::string kind = s.S0();
+        st_lwBlock block;
+        block.channel = channel;
+        block.ordinal = "\x80";
+        bool image = kind.find("Image Map") != std::string::npos;
+        block.type = image ? lwid::IMAP : lwid::PROC;
+        if (kind.rfind("Planar", 0) == 0)
+          block.projection = 0;
+        else if (kind.rfind("Cylindrical", 0) == 0)
+          block.projection = 1;
+        else if (kind.rfind("Spherical", 0) == 0)
+          block.projection = 2;
+        else if (kind.rfind("Cubic", 0) == 0)
+          block.projection = 3;
+        else if (kind.rfind("Front", 0) == 0)
+          block.projection = 4;
+        auto& blocks = surf.GetChannel(channel).blocks;
+        blocks.push_back(std::move(block));
+        texture = &blocks.back();
+      }
+      break;
+    }
+  }
+  // Smoothing and double-sidedness are flag bits in this generation.
+  if (!(flags & 4))
+    surf.smoothingAngle = 0.0f;
+  else if (!haveAngle)
+    surf.smoothingAngle = 89.5f * 3.14159265f / 180.0f;
+  surf.side = (flags & 0x100) ? 3 : 1;
+  object_->surfaces.push_back(std::move(surf));
+}
+
+void Loader::Finish() {
+  bool vertexNormals = options_.vertexNormals;
+  for (auto& layer : object_->layers) {
+    if (!layer.hasBBox)
+      LwComputeBoundingBox(layer);
+    if (!layer.partTags.empty())
+      layer.partTags.resize(layer.polygons.size(), kLwNone);
+    if (!layer.smoothingGroups.empty())
+      layer.smoothingGroups.resize(layer.polygons.size(), kLwNone);
+    if (options_.polygonNormals || vertexNormals)
+      LwComputePolygonNormals(layer);
+    if (options_.pointPolygons || vertexNormals)
+      LwBuildPointPolygons(layer);
+  }
+  if (!LwResolveSurfaces(*object_))
+    throw BadFile{base_ + size_};
+  for (auto& layer : object_->layers) {
+    if (vertexNormals)
+      LwComputeVertexNormals(layer, object_->surfaces);
+    LwAttachVertexMaps(layer);
+  }
+}
+
+} // namespace
+
+std::unique_ptr<st_lwObject> LoadLightwaveObject(const void* data, std::size_t size,
+                                                 const LwLoadOptions& options,
+                                                 LwLoadStatus* status) {
+  LwLoadStatus local;
+  Loader loader(static_cast<const std::uint8_t*>(data), size, options, status ? *status : local);
+  return loader.Run();
+}
+
+void LwComputeBoundingBox(st_lwLayer& layer) {
+  if (layer.points.empty()) {
+    std::fill(std::begin(layer.bbox), std::end(layer.bbox), 0.0f);
+    return;
+  }
+  float lo[3], hi[3];
+  for (int k = 0; k < 3; ++k)
+    lo[k] = hi[k] = layer.points[0].pos[k];
+  for (const auto& p : layer.points)
+    for (int k = 0; k < 3; ++k) {
+      lo[k] = std::min(lo[k], p.pos[k]);
+      hi[k] = std::max(hi[k], p.pos[k]);
+    }
+  for (int k = 0; k < 3; ++k) {
+    layer.bbox[k] = lo[k];
+    layer.bbox[3 + k] = hi[k];
+  }
+}
+
+void LwComputePolygonNormals(st_lwLayer& layer) {
+  for (auto& poly : layer.polygons) {
+    poly.normal[0] = poly.normal[1] = poly.normal[2] = 0.0f;
+    if (poly.vertexCount < 3)
+      continue;
+    const std::uint32_t* v = layer.Vertices(poly);
+    const float* p0 = layer.points[v[0]].pos;
+    const float* p1 = layer.points[v[1]].pos;
+    const float* pn = layer.points[v[poly.vertexCount - 1]].pos;
+    float a[3] = {p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]};
+    float b[3] = {pn[0] - p0[0], pn[1] - p0[1], pn[2] - p0[2]};
+    float n[3] = {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+    float len = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+    if (len > 0.0f && std::isfinite(len))
+      for (int k = 0; k < 3; ++k)
+        poly.normal[k] = n[k] / len;
+  }
+}
+
+void LwBuildPointPolygons(st_lwLayer& layer) {
+  const std::size_t points = layer.points.size();
+  layer.pointPolygonStart.assign(points + 1, 0);
+  for (const auto& poly : layer.polygons) {
+    const std::uint32_t* v = layer.Vertices(poly);
+    for (unsigned i = 0; i < poly.vertexCount; ++i)
+      ++layer.pointPolygonStart[v[i] + 1];
+  }
+  for (std::size_t i = 0; i < points; ++i)
+    layer.pointPolygonStart[i + 1] += layer.pointPolygonStart[i];
+  layer.pointPolygons.resize(layer.pointPolygonStart[points]);
+  std::vector<std::uint32_t> fill(layer.pointPolygonStart.begin(),
+                                  layer.pointPolygonStart.end() - 1);
+  for (std::size_t p = 0; p < layer.polygons.size(); ++p) {
+    const auto& poly = layer.polygons[p];
+    const std::uint32_t* v = layer.Vertices(poly);
+    for (unsigned i = 0; i < poly.vertexCount; ++i)
+      layer.pointPolygons[fill[v[i]]++] = std::uint32_t(p);
+  }
+}
+
+void LwComputeVertexNormals(st_lwLayer& layer, const std::vector<st_lwSurface>& surfaces) {
+  // A point shared by very many polygons is smoothed over the first of them
+  // only, so that a hostile file cannot make this quadratic.
+  constexpr std::uint32_t kMaxNeighbours = 1024;
+  layer.vertexNormals.assign(layer.polygonVertices.size() * 3, 0.0f);
+  for (const auto& poly : layer.polygons) {
+    float angle = poly.surface < surfaces.size() ? surfaces[poly.surface].smoothingAngle : 0.0f;
+    float limit = std::cos(angle);
+    const std::uint32_t* v = layer.Vertices(poly);
+    for (unsigned i = 0; i < poly.vertexCount; ++i) {
+      float* out = &layer.vertexNormals[(std::size_t(poly.firstVertex) + i) * 3];
+      float n[3] = {poly.normal[0], poly.normal[1], poly.normal[2]};
+      if (angle > 0.0f) {
+        std::uint32_t b = layer.pointPolygonStart[v[i]], e = layer.pointPolygonStart[v[i] + 1];
+        e = std::min(e, b + kMaxNeighbours);
+        n[0] = n[1] = n[2] = 0.0f;
+        for (std::uint32_t k = b; k < e; ++k) {
+          const float* m = layer.polygons[layer.pointPolygons[k]].normal;
+          float dot = m[0] * poly.normal[0] + m[1] * poly.normal[1] + m[2] * poly.normal[2];
+          if (dot >= limit || &layer.polygons[layer.pointPolygons[k]] == &poly)
+            for (int c = 0; c < 3; ++c)
+              n[c] += m[c];
+        }
+        float len = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+        if (len > 0.0f && std::isfinite(len))
+          for (float& c : n)
+            c /= len;
+      }
+      for (int c = 0; c < 3; ++c)
+        out[c] = n[c];
+    }
+  }
+}
+
+bool LwResolveSurfaces(st_lwObject& object) {
+  // Untagged polygons take the first tag, or a "Default" surface when the
+  // file has no tags at all. Room for every default surface is reserved first
+  // so that the names the lookup refers to never move.
+  object.surfaces.reserve(object.surfaces.size() + object.tags.size() + 1);
+  std::unordered_map<std::string_view, std::uint32_t> byName;
+  for (std::size_t i = object.surfaces.size(); i-- > 0;)
+    byName[object.surfaces[i].name] = std::uint32_t(i);
+  auto surfaceFor = [&](const std::string& name) -> std::uint32_t {
+    auto it = byName.find(name);
+    if (it != byName.end())
+      return it->second;
+    st_lwSurface def;
+    def.name = name;
+    object.surfaces.push_back(std::move(def));
+    auto index = std::uint32_t(object.surfaces.size() - 1);
+    byName[object.surfaces.back().name] = index;
+    return index;
+  };
+  std::vector<std::uint32_t> tagSurface(object.tags.size(), kLwNone);
+  std::uint32_t untagged = kLwNone;
+  for (auto& layer : object.layers)
+    for (auto& poly : layer.polygons) {
+      std::uint32_t tag = poly.tag;
+      if (tag == kLwNone && !object.tags.empty())
+        tag = 0;
+      if (tag == kLwNone) {
+        if (untagged == kLwNone)
+          untagged = surfaceFor("Default");
+        poly.surface = untagged;
+        continue;
+      }
+      if (tag >= object.tags.size())
+        return false;
+      if (tagSurface[tag] == kLwNone)
+        tagSurface[tag] = surfaceFor(object.tags[tag]);
+      poly.surface = tagSurface[tag];
+    }
+  return true;
+}
+
+void LwAttachVertexMaps(st_lwLayer& layer) {
+  for (auto& map : layer.vmaps) {
+    if (!map.perPolygon) {
+      map.attached.assign(layer.points.size(), -1);
+      for (std::size_t e = 0; e < map.points.size(); ++e)
+        map.attached[map.points[e]] = std::int32_t(e);
+      continue;
+    }
+    // Per-polygon entries attach to the polygon's vertex that is that point;
+    // an entry whose point is not in its polygon is ignored.
+    map.attached.assign(layer.polygonVertices.size(), -1);
+    for (std::size_t e = 0; e < map.points.size(); ++e) {
+      const auto& poly = layer.polygons[map.polygons[e]];
+      const std::uint32_t* v = layer.Vertices(poly);
+      for (unsigned i = 0; i < poly.vertexCount; ++i)
+        if (v[i] == map.points[e]) {
+          map.attached[std::size_t(poly.firstVertex) + i] = std::int32_t(e);
+          break;
+        }
+    }
+  }
+}
+
+} // namespace meshcore
