@@ -81,8 +81,8 @@ private:
   int m_size = 0;
   int m_capacity = 0; // the inline room is used while this is at most kInline
   union {
+    int* m_heap = nullptr;
     int m_inline[kInline];
-    int* m_heap;
   };
 };
 
