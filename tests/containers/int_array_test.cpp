@@ -1,4 +1,3 @@
-#include "meshcore/containers/array_id.h"
 #include "meshcore/containers/int_array_id.h"
 
 #include <gtest/gtest.h>
@@ -99,39 +98,12 @@ TEST(IntArrayID, InsertRemoveAppendCopy) {
   EXPECT_EQ(b.Append(b), 1);
   EXPECT_EQ(b.Append(a), 2);
   EXPECT_EQ(b.GetSize(), 12);
+  CIntArrayID d(std::move(b));
+  EXPECT_EQ(b.GetSize(), 0);
   b = a;
-  EXPECT_EQ(Values(b), Values(a));
-  CIntArrayID c(b);
-  CIntArrayID d(std::move(c));
-  EXPECT_EQ(Values(d), Values(a));
-  EXPECT_EQ(c.GetSize(), 0);
   b.SetAtGrow(11, 5);
   EXPECT_EQ(b.GetSize(), 12);
   EXPECT_EQ(b[10], 0);
-}
-
-TEST(ArrayID, TypedArray) {
-  CArrayID<int*, int*> a;
-  int x = 1, y = 2;
-  int count = -1;
-  EXPECT_EQ(a.GetData(count), nullptr);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(a.Add(&x), 0);
-  EXPECT_EQ(a.Add(&y), 1);
-  a.InsertAt(0, &y);
-  a.SetAtGrow(4, &x);
-  EXPECT_EQ(a.GetSize(), 5);
-  EXPECT_EQ(a[3], nullptr);
-  int* const* data = a.GetData(count);
-  EXPECT_EQ(count, 5);
-  EXPECT_EQ(data[0], &y);
-  a.RemoveAt(1, 2);
-  EXPECT_EQ(a.GetUpperBound(), 2);
-  CArrayID<int*, int*> b;
-  b = a;
-  EXPECT_EQ(b.ElementAt(2), &x);
-  EXPECT_EQ(b.Append(b), 3);
-  EXPECT_EQ(b.GetAt(5), &x);
 }
 
 } // namespace
