@@ -249,7 +249,13 @@ bool QvTextSource::ParseFloat(const char* p, float& f) {
   double d;
   auto rd = std::from_chars(p, end_, d);
   if (rd.ec == std::errc()) {
-    f = static_cast<float>(d);
+    // Converting an out-of-range double to float is undefined: saturate first.
+    if (d > std::numeric_limits<float>::max())
+      f = std::numeric_limits<float>::infinity();
+    else if (d < -std::numeric_limits<float>::max())
+      f = -std::numeric_limits<float>::infinity();
+    else
+      f = static_cast<float>(d);
   } else {
     bool tiny = false;
     for (const char* q = p; q < r.ptr; ++q)

@@ -1,0 +1,218 @@
+#include "qv_test_util.h"
+
+#include "meshcore/vrml_parser/qv_mfields.h"
+#include "meshcore/vrml_parser/qv_sfields.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+
+using namespace meshcore;
+using namespace meshcore::test;
+
+TEST(QvMField, BracketsCommasAndSingleValues) {
+  using V = std::array<float, 3>;
+  {
+    QvMFVec3f f;
+    FieldRead r(f, "1 2 3");
+    EXPECT_TRUE(r.ok);
+    EXPECT_EQ(std::vector<V>({{1, 2, 3}}), f.values);
+  }
+  {
+    QvMFVec3f f;
+    f.values = {{9, 9, 9}}; // a default value is replaced by the empty list
+    FieldRead r(f, "[ ]");
+    EXPECT_TRUE(r.ok);
+    EXPECT_EQ(0, f.GetNum());
+    EXPECT_FALSE(f.IsDefault());
+  }
+  {
+    QvMFVec3f f;
+    FieldRead r(f, "[ 1 2 3, ]");
+    EXPECT_TRUE(r.ok);
+    EXPECT_EQ(std::vector<V>({{1, 2, 3}}), f.values);
+  }
+  {
+    QvMFVec3f f;
+    FieldRead r(f, "[1 2 3,4 5 6\n, 7 8 9]");
+    EXPECT_TRUE(r.ok);
+    EXPECT_EQ(std::vector<V>({{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}), f.values);
+  }
+  {
+    // A second read cuts the field down to what it read.
+    QvMFFloat f;
+    EXPECT_TRUE(FieldRead(f, "[1, 2, 3]").ok);
+    EXPECT_TRUE(FieldRead(f, "[4]").ok);
+    EXPECT_EQ(std::vector<float>({4}), f.values);
+  }
+  EXPECT_EQ("", FieldRead(*std::make_unique<QvMFLong>(), "[0, 1, -1,]").errors());
+}
+
+TEST(QvMField, MessagesForMissingCommasBadValuesAndEndOfFile) {
+  {
+    QvMFVec3f f;
+    FieldRead r(f, "[ 0 0 0 1 1 1 ]");
+    EXPECT_FALSE(r.ok);
+    EXPECT_EQ(ReadError("Expected ',' or ']' but got '1' while reading value 1", 2), r.errors());
+  }
+  {
+    QvMFFloat f;
+    FieldRead r(f, "[ 1, 2,\n x ]");
+    EXPECT_FALSE(r.ok);
+    EXPECT_EQ(ReadError("Couldn't read value 3 of field", 3), r.errors());
+  }
+  {
+    QvMFLong f;
+    FieldRead r(f, "[ 1, 2");
+    EXPECT_FALSE(r.ok);
+    EXPECT_NE(std::string::npos, r.errors().find("while reading value 2"));
+  }
+  {
+    QvMFFloat f;
+    EXPECT_FALSE(FieldRead(f, "").ok);
+  }
+}
+
+TEST(QvSFBool, NamesAndIntegers) {
+  QvSFBool f;
+  EXPECT_TRUE(FieldRead(f, "TRUE").ok);
+  EXPECT_TRUE(f.value);
+  EXPECT_TRUE(FieldRead(f, "0").ok);
+  EXPECT_FALSE(f.value);
+  EXPECT_TRUE(FieldRead(f, "1").ok);
+  EXPECT_TRUE(f.value);
+  EXPECT_TRUE(FieldRead(f, "FALSE").ok);
+  EXPECT_FALSE(f.value);
+
+  FieldRead two(f, "2");
+  EXPECT_FALSE(two.ok);
+  EXPECT_EQ(ReadError("Illegal value for QvSFBool: 2 (must be 0 or 1)", 2), two.errors());
+
+  FieldRead word(f, "yes");
+  EXPECT_FALSE(word.ok);
+  EXPECT_EQ(ReadError("Unknown value (\"yes\") for QvSFBool (must be TRUE or FALSE)", 2),
+            word.errors());
+}
+
+TEST(QvSFEnumAndBitMask, NamesAndMessages) {
+  constexpr QvEnumEntry kParts[] = {{"SIDES", 1}, {"TOP", 2}, {"BOTTOM", 4}, {"ALL", 7}};
+  QvSFEnum e;
+  e.names = kParts;
+  EXPECT_TRUE(FieldRead(e, "BOTTOM").ok);
+  EXPECT_EQ(4, e.value);
+  FieldRead badEnum(e, "MIDDLE");
+  EXPECT_FALSE(badEnum.ok);
+  EXPECT_EQ(ReadError("Unknown QvSFEnum enumeration value \"MIDDLE\"", 2), badEnum.errors());
+
+  QvSFBitMask m;
+  m.names = kParts;
+  EXPECT_TRUE(FieldRead(m, "TOP").ok);
+  EXPECT_EQ(2, m.value);
+  EXPECT_TRUE(FieldRead(m, "( SIDES | BOTTOM )").ok);
+  EXPECT_EQ(5, m.value);
+  EXPECT_TRUE(FieldRead(m, "(TOP|BOTTOM|SIDES)").ok);
+  EXPECT_EQ(7, m.value);
+
+  FieldRead noBar(m, "(SIDES TOP)");
+  EXPECT_FALSE(noBar.ok);
+  EXPECT_EQ(ReadError("Expected '|' or ')', got 'T' in QvSFBitMask value", 2), noBar.errors());
+  FieldRead eof(m, "(SIDES |");
+  EXPECT_FALSE(eof.ok);
+  EXPECT_EQ(ReadError("EOF reached before ')' in QvSFBitMask value", 2), eof.errors());
+  FieldRead unknown(m, "(SIDES | LID)");
+  EXPECT_FALSE(unknown.ok);
+  EXPECT_EQ(ReadError("Unknown QvSFBitMask bit mask value \"LID\"", 2), unknown.errors());
+}
+
+TEST(QvFieldNumbers, IntegersFollowCRulesAndFloatsIgnoreTheLocale) {
+  QvMFLong l;
+  ASSERT_TRUE(
+      FieldRead(l, "[ 0xff0000ff, 010, -0x10, +5, 2147483647, -2147483648, 99999999999 ]").ok);
+  EXPECT_EQ(std::vector<std::int32_t>({static_cast<std::int32_t>(0xff0000ffu), 8, -16, 5,
+                                       2147483647, -2147483647 - 1, 2147483647}),
+            l.values);
+  // An octal literal stops at the first digit that is not octal.
+  EXPECT_FALSE(FieldRead(l, "[ 09 ]").ok);
+
+  QvMFFloat f;
+  ASSERT_TRUE(FieldRead(f, "[ 1e3, .5, -2., +1.25, 7, 1e-60, -1e60 ]").ok);
+  ASSERT_EQ(7, f.GetNum());
+  EXPECT_EQ(1000.0f, f.values[0]);
+  EXPECT_EQ(0.5f, f.values[1]);
+  EXPECT_EQ(-2.0f, f.values[2]);
+  EXPECT_EQ(1.25f, f.values[3]);
+  EXPECT_EQ(7.0f, f.values[4]);
+  EXPECT_EQ(0.0f, f.values[5]);
+  EXPECT_TRUE(std::isinf(f.values[6]) && f.values[6] < 0);
+  // A decimal comma is a value separator, never part of a number.
+  ASSERT_TRUE(FieldRead(f, "[1,5]").ok);
+  EXPECT_EQ(std::vector<float>({1, 5}), f.values);
+  EXPECT_FALSE(FieldRead(f, "[+-1]").ok);
+}
+
+TEST(QvSFImage, PixelsAndSizeChecks) {
+  QvSFImage img;
+  ASSERT_TRUE(FieldRead(img, "2 1 3 0xff0000 0x00ff80").ok);
+  EXPECT_EQ(2, img.size[0]);
+  EXPECT_EQ(1, img.size[1]);
+  EXPECT_EQ(3, img.numComponents);
+  EXPECT_EQ(std::vector<std::uint8_t>({0xff, 0, 0, 0, 0xff, 0x80}), img.bytes);
+  ASSERT_TRUE(FieldRead(img, "1 2 1 0xFF 0").ok);
+  EXPECT_EQ(std::vector<std::uint8_t>({0xff, 0}), img.bytes);
+  ASSERT_TRUE(FieldRead(img, "0 0 0").ok);
+  EXPECT_TRUE(img.bytes.empty());
+
+  // A huge count is refused before anything is allocated.
+  FieldRead huge(img, "100000 100000 4 0 0 0");
+  EXPECT_FALSE(huge.ok);
+  EXPECT_NE(std::string::npos, huge.errors().find("larger than the file"));
+  EXPECT_FALSE(FieldRead(img, "1 1 5 0").ok);
+  EXPECT_FALSE(FieldRead(img, "-1 1 1 0").ok);
+  EXPECT_FALSE(FieldRead(img, "2 2 1 0 1 2").ok); // one pixel short
+}
+
+TEST(QvSFString, QuotedUnquotedAndUnterminated) {
+  QvSFString s;
+  ASSERT_TRUE(FieldRead(s, "\"say \\\"hi\\\" \\\\ {}\"").ok);
+  EXPECT_EQ("say \"hi\" \\ {}", s.value);
+  ASSERT_TRUE(FieldRead(s, "door.rgb }").ok);
+  EXPECT_EQ("door.rgb", s.value);
+
+  FieldRead open(s, "\"never closed\n\n");
+  EXPECT_FALSE(open.ok);
+  EXPECT_EQ(ReadError("EOF reached before end of string starting at line 2", 4), open.errors());
+
+  QvMFString m;
+  ASSERT_TRUE(FieldRead(m, "[ \"a b\", c, \"\" ]").ok);
+  EXPECT_EQ(std::vector<std::string>({"a b", "c", ""}), m.values);
+}
+
+TEST(QvSField, FixedSizeValues) {
+  QvSFMatrix m;
+  ASSERT_TRUE(FieldRead(m, "1 0 0 0  0 2 0 0  0 0 3 0  4 5 6 1").ok);
+  EXPECT_EQ(2.0f, m.value[1][1]);
+  EXPECT_EQ(4.0f, m.value[3][0]);
+  EXPECT_FALSE(FieldRead(m, "1 0 0 0 0 1 0 0 0 0 1 0 0 0 0").ok); // fifteen values
+
+  QvSFRotation r;
+  ASSERT_TRUE(FieldRead(r, "0 1 0 1.5").ok);
+  EXPECT_EQ(1.0f, r.axis[1]);
+  EXPECT_EQ(1.5f, r.angle);
+
+  QvSFUShort u;
+  ASSERT_TRUE(FieldRead(u, "65535").ok);
+  EXPECT_EQ(65535, u.value);
+}
+
+TEST(QvField, FactoryKnowsEveryDeclarableType) {
+  for (const char* type :
+       {"SFBitMask", "SFBool",     "SFColor",  "SFEnum",   "SFFloat", "SFImage", "SFLong",
+        "SFMatrix",  "SFRotation", "SFString", "SFUShort", "SFVec2f", "SFVec3f", "MFColor",
+        "MFFloat",   "MFInt32",    "MFLong",   "MFString", "MFVec2f", "MFVec3f"}) {
+    auto f = QvCreateField(type);
+    ASSERT_TRUE(f) << type;
+    EXPECT_STREQ(type, f->GetTypeName());
+  }
+  EXPECT_FALSE(QvCreateField("SFTime"));
+}

@@ -1,0 +1,126 @@
+#include "qv_test_util.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+
+using namespace meshcore;
+using namespace meshcore::test;
+
+TEST(QvTextSource, HeaderTableAcceptsVrmlAndBothInventorVersionsAsOnePointZero) {
+  for (const char* header :
+       {"#VRML V1.0 ascii\n", "#Inventor V2.1 ascii\n", "#Inventor V2.0 ascii\n",
+        "#Inventor V2.0 ascii\r\n", "#VRML V1.0 ascii   made by hand\n"}) {
+    Parsed p(std::string(header) + "Cube {}\n");
+    ASSERT_TRUE(p.graph) << header;
+    EXPECT_EQ("", p.errors()) << header;
+    EXPECT_EQ(1.0f, p.input.in.GetVersion());
+    EXPECT_TRUE(p.input.in.IsOk());
+    EXPECT_EQ(std::string(header).find("Inventor") != std::string::npos, p.input.in.IsInventor());
+  }
+  float version = 0;
+  EXPECT_TRUE(QvTextSource::LookupHeader("#Inventor V2.0 ascii", version));
+  EXPECT_EQ(1.0f, version);
+  EXPECT_FALSE(QvTextSource::LookupHeader("#Inventor V2.1 binary", version));
+}
+
+TEST(QvTextSource, RefusedHeadersPostOnceAndReadNothing) {
+  const std::string expected = ReadError("File does not have a valid header string", 1);
+  for (const char* text : {"#VRML V2.0 utf8\nShape {}\n", "Separator { Cube {} }\n", "",
+                           "#VRML V1.0 asciiX\nCube {}\n", "# VRML V1.0 ascii\nCube {}\n"}) {
+    Parsed p(text);
+    EXPECT_FALSE(p.graph) << text;
+    EXPECT_EQ(expected, p.errors()) << text;
+    EXPECT_FALSE(p.input.in.IsOk()) << text;
+    // Later reads see an empty input and post nothing more.
+    char c;
+    EXPECT_FALSE(p.input.in.Read(c));
+    EXPECT_EQ(expected, p.errors());
+  }
+}
+
+TEST(QvTextSource, LinesAreCountedThroughCommentsAndStrings) {
+  // The unknown class starts on line 7: the header, a comment line, the separator, a
+  // string with an embedded newline and a blank line come before it.
+  Parsed p(std::string(kVrmlHeader) + "# a comment with \"quotes\" and { braces\n"
+                                      "Separator {\n"
+                                      "  Info { string \"two\nlines # not a comment\" }\n"
+                                      "\n"
+                                      "  Mystery { }\n"
+                                      "}\n");
+  ASSERT_TRUE(p.graph);
+  EXPECT_EQ(ReadError("Unknown class \"Mystery\"", 7), p.errors());
+  auto* info = static_cast<QvInfo*>(p.group()->children[0]);
+  EXPECT_EQ("two\nlines # not a comment", info->string.value);
+}
+
+TEST(QvTextSource, LineNumbersPastNineHundredNinetyNineAreNotCut) {
+  Parsed p(std::string(kVrmlHeader) + std::string(1200, '\n') + "Cube { bogus 1 }\n");
+  EXPECT_EQ(ReadError("Unknown field \"bogus\"", 1202), p.errors());
+}
+
+TEST(QvTextSource, UnterminatedCommentPostsItsOwnMessage) {
+  Parsed p(std::string(kVrmlHeader) + "Cube {}\n# trailing comment without newline");
+  ASSERT_TRUE(p.graph); // the node before the comment is complete
+  EXPECT_EQ(ReadError("EOF reached before end of comment", 3), p.errors());
+
+  Parsed q(std::string(kVrmlHeader) + "Cube { # open");
+  EXPECT_FALSE(q.graph);
+  EXPECT_NE(std::string::npos, q.errors().find("EOF reached before end of comment"));
+}
+
+TEST(QvTextSource, PutBackRedeliversAndUncountsNewlines) {
+  Input input(std::string(kVrmlHeader) + "a\nb");
+  QvTextSource& in = input.in;
+  char c;
+  ASSERT_TRUE(in.Get(c));
+  EXPECT_EQ('a', c);
+  ASSERT_TRUE(in.Get(c));
+  EXPECT_EQ('\n', c);
+  EXPECT_EQ(3, in.GetLineNum());
+  in.PutBack(c);
+  EXPECT_EQ(2, in.GetLineNum());
+  ASSERT_TRUE(in.Get(c));
+  EXPECT_EQ('\n', c);
+  ASSERT_TRUE(in.Get(c));
+  EXPECT_EQ('b', c);
+  EXPECT_FALSE(in.Get(c));
+}
+
+TEST(QvTextSource, ErrorFormatsAndSinks) {
+  Input input(kVrmlHeader);
+  input.in.PostInternalError("QvNode::removeName", "Name \"%s\" (node %x) is not in dictionary",
+                             "door", 0x2a);
+  EXPECT_EQ("VRML error in QvNode::removeName(): Name \"door\" (node 2a) is not in dictionary\n",
+            input.errors);
+
+  // Without a sink of its own the input writes to standard error.
+  QvTextSource plain;
+  testing::internal::CaptureStderr();
+  plain.PostError("Unknown class \"%s\"", "X");
+  EXPECT_EQ(ReadError("Unknown class \"X\"", 1), testing::internal::GetCapturedStderr());
+
+  const std::string missing =
+      (std::filesystem::temp_directory_path() / "meshcore_no_such_dir" / "none.wrl").string();
+  Input files("");
+  EXPECT_FALSE(files.in.SetFile(missing));
+  EXPECT_EQ(ReadError("could not open file", 1), files.errors);
+}
+
+TEST(QvTextSource, ReadsFromAFile) {
+  const auto path = std::filesystem::temp_directory_path() / "meshcore_qv_input_test.wrl";
+  {
+    std::FILE* fp = std::fopen(path.string().c_str(), "wb");
+    ASSERT_TRUE(fp);
+    std::fputs("#Inventor V2.1 ascii\n\nSeparator { Sphere { radius 2 } }\n", fp);
+    std::fclose(fp);
+  }
+  QvTextSource in;
+  ASSERT_TRUE(in.SetFile(path.string()));
+  auto graph = QvGraph::Read(in);
+  std::filesystem::remove(path);
+  ASSERT_TRUE(graph);
+  auto* sphere = static_cast<QvSphere*>(static_cast<QvGroup*>(graph->GetRoot())->children[0]);
+  EXPECT_EQ(2.0f, sphere->radius.value);
+}
