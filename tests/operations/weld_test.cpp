@@ -1,0 +1,169 @@
+#include "meshcore/operations/proximity.h"
+#include "meshcore/operations/weld.h"
+#include "meshcore/platform/archive.h"
+#include "meshcore/platform/byte_stream.h"
+#include "ops_fixtures.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace meshcore {
+namespace {
+
+using test::MakeMesh;
+
+std::vector<int> Neighbours(const CProximityResult& r, int i) {
+  std::vector<int> out;
+  if (const CProximityResult::Set* s = r.GetSet(i))
+    for (int pos = s->GetFirst(); pos >= 0;) {
+      int j = 0;
+      s->GetNext(pos, j);
+      out.push_back(j);
+    }
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+TEST(Proximity, CellsTruncateTowardZeroAndNeighboursTouch) {
+  EXPECT_EQ(ConvertToProximityCoordinate(C3DPoint(-0.4f, 0.4f, -0.6f), 0.5f), (IntCoord{0, 0, -1}));
+  EXPECT_EQ(ConvertToProximityCoordinate(C3DPoint(1.4f, -1.4f, 1e30f), 0.5f),
+            (IntCoord{2, -2, INT32_MAX}));
+
+  // Tolerance 1 gives cells of 0.5: -0.4 and 0.4 share the wide cell 0; 0.6
+  // and 1.4 sit in touching cells 1 and 2; 0.1 and 1.4 (cells 0 and 2) do not touch.
+  auto obj = MakeMesh(
+      {{-0.4f, 0, 0}, {0.4f, 0, 0}, {0.6f, 5, 0}, {1.4f, 5, 0}, {0.1f, 9, 0}, {1.4f, 9, 0}}, {});
+  C3DPointList& pts = *obj->GetPointList();
+  CProximityMap* map = InitProximityMap(pts, 1.0f);
+  ASSERT_NE(map, nullptr);
+  EXPECT_FLOAT_EQ(pts.GetProximityCellSize(), 0.5f);
+  std::unique_ptr<CProximityResult> r(Get3DProximityPoints(pts, map));
+  DeleteProximityMap(pts, map);
+  EXPECT_EQ(Neighbours(*r, 0), std::vector<int>{1});
+  EXPECT_EQ(Neighbours(*r, 2), std::vector<int>{3});
+  EXPECT_EQ(r->GetSet(4), nullptr);
+  EXPECT_EQ(r->GetSet(5), nullptr);
+
+  // Tolerance 0 still works, with cells of 5e-8.
+  map = InitProximityMap(pts, 0.0f);
+  EXPECT_FLOAT_EQ(pts.GetProximityCellSize(), 0.5e-7f);
+  DeleteProximityMap(pts, map);
+
+  // An empty list has no map and an empty (but real) result.
+  C3DPointList empty;
+  EXPECT_EQ(InitProximityMap(empty, 1.0f), nullptr);
+  std::unique_ptr<CProximityResult> none(Get3DProximityPoints(empty, nullptr));
+  ASSERT_NE(none, nullptr);
+  EXPECT_EQ(none->GetCount(), 0);
+}
+
+TEST(Proximity, MapArchiveRoundTrip) {
+  auto obj = MakeMesh({{0, 0, 0}, {5, 5, 5}, {0.1f, 0, 0}, {-5, 0, 0}}, {});
+  std::unique_ptr<CProximityMap> map(InitProximityMap(*obj->GetPointList(), 1.0f));
+  CMemFile mem;
+  {
+    CArchive ar(&mem, CArchive::store);
+    map->Serialize(ar);
+  }
+  mem.Seek(0);
+  CProximityMap back;
+  {
+    CArchive ar(&mem, CArchive::load);
+    back.Serialize(ar);
+  }
+  ASSERT_EQ(back.GetCount(), 3);
+  const CIntArrayID* origin = back.Lookup({0, 0, 0});
+  ASSERT_NE(origin, nullptr);
+  EXPECT_EQ(origin->GetSize(), 2);
+  EXPECT_EQ((*origin)[0], 0);
+  EXPECT_EQ((*origin)[1], 2);
+  EXPECT_NE(back.Lookup({-10, 0, 0}), nullptr);
+}
+
+TEST(Weld, PointsAcrossZeroMergeWithChannelsKeptParallel) {
+  // Two quads stored with separate corners; their shared edge straddles x = 0
+  // (tiny offsets of both signs), and each corner has its own texture point.
+  auto obj = MakeMesh({{-1, 0, 0},
+                       {-1e-4f, 0, 0},
+                       {-1e-4f, 1, 0},
+                       {-1, 1, 0},
+                       {1e-4f, 0, 0},
+                       {1, 0, 0},
+                       {1, 1, 0},
+                       {1e-4f, 1, 0}},
+                      {{0, 1, 2, 3}, {4, 5, 6, 7}});
+  obj->AddChannel(
+      test::MakeUVW({{0, 0}, {0.5f, 0}, {0.5f, 1}, {0, 1}, {0.5f, 0}, {1, 0}, {1, 1}, {0.5f, 1}},
+                    {{0, 1, 2, 3}, {4, 5, 6, 7}}));
+  int points = -1, faces = -1;
+  EXPECT_EQ(Weld3DPoints(*obj, 0.01f, points, faces), 0);
+  EXPECT_EQ(points, 2);
+  EXPECT_EQ(faces, 0);
+  ASSERT_EQ(obj->GetPointNbr(), 6);
+  const C3DFaceList& fl = *obj->GetFaceList();
+  // The two faces now share both points of the middle edge.
+  int shared = 0;
+  for (int a : test::Indices(fl[0]))
+    for (int b : test::Indices(fl[1]))
+      shared += a == b;
+  EXPECT_EQ(shared, 2);
+  // The texture channel is untouched in shape and still parallel.
+  CUVWChannel* uv = obj->GetChannels()->GetUVWChannel(0);
+  ASSERT_NE(uv, nullptr);
+  EXPECT_TRUE(uv->IsValid());
+  EXPECT_EQ(uv->GetFaceList()->GetSize(), 2);
+  EXPECT_EQ(uv->GetPointList()->GetSize(), 8);
+  // Each surviving point keeps the coordinates it had.
+  for (int f = 0; f < 2; ++f)
+    for (int k = 0; k < 4; ++k) {
+      const test::P3 p = test::At(*obj, fl[f][k]);
+      EXPECT_NEAR(std::fabs(p[0]),
+                  f == 0 ? (k == 0 || k == 3 ? 1.0f : 1e-4f) : (k == 1 || k == 2 ? 1.0f : 1e-4f),
+                  1e-6);
+    }
+}
+
+TEST(Weld, ChainCollapsesIntoFirstPointAndDegenerateFacesGo) {
+  // Six points 0.4 tolerance apart in a row (cells of half the tolerance, so
+  // each touches its neighbours): the chain is one cluster although its ends
+  // lie two tolerances apart.
+  std::vector<test::P3> pts;
+  for (int i = 0; i < 6; ++i)
+    pts.push_back({10.0f + 0.4f * i, 0, 0});
+  pts.push_back({10, 50, 0});
+  pts.push_back({30, 50, 0});
+  auto obj = MakeMesh(pts, {{0, 5, 6}, {1, 7, 6}, {2, 4, 6}});
+  int points = 0, faces = 0;
+  Weld3DPoints(*obj, 1.0f, points, faces);
+  // (0,5,6) and (2,4,6) collapse to two points and are dropped; (1,7,6) survives.
+  EXPECT_EQ(faces, 2);
+  ASSERT_EQ(obj->GetFaceNbr(), 1);
+  ASSERT_EQ(obj->GetPointNbr(), 3);
+  EXPECT_EQ(points, 5);
+  // The survivor of the chain is its first point, with unchanged coordinates.
+  const C3DFace& f = (*obj->GetFaceList())[0];
+  EXPECT_FLOAT_EQ(test::At(*obj, f[0])[0], 10.0f);
+  EXPECT_FLOAT_EQ(test::At(*obj, f[1])[0], 30.0f);
+}
+
+TEST(Weld, NothingToWeldChangesNothing) {
+  auto obj = MakeMesh({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {5, 5, 5}}, {{0, 1, 2}});
+  int points = -1, faces = -1;
+  Weld3DPoints(*obj, 0.01f, points, faces);
+  EXPECT_EQ(points, 0);
+  EXPECT_EQ(faces, 0);
+  // No face changed, so not even the unused point 3 is cleaned away.
+  EXPECT_EQ(obj->GetPointNbr(), 4);
+
+  // Exact duplicates weld even with a zero tolerance; points 1e-3 apart do not.
+  auto dup = MakeMesh({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 0, 0}, {1.001f, 1, 0}, {1, 1, 0}},
+                      {{0, 1, 2}, {3, 4, 5}});
+  Weld3DPoints(*dup, 0.0f, points, faces);
+  EXPECT_EQ(points, 1);
+  EXPECT_EQ(faces, 0);
+}
+
+} // namespace
+} // namespace meshcore
