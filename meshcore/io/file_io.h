@@ -103,6 +103,9 @@ public:
   static constexpr std::size_t kMaxPath = 4096;
 
 protected:
+  // The extension that names the file's type.
+  std::string GetTypeExtension() const;
+
   CCustomData m_customData;
   CFileInfo m_fileInfo;
   unsigned m_flags;
