@@ -1,0 +1,298 @@
+#include "meshcore/mesh/geom_info.h"
+#include "meshcore/operations/subdivide.h"
+#include "meshcore/scene/patch_3d.h"
+#include "ops_fixtures.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace meshcore {
+namespace {
+
+using test::MakeMesh;
+using test::P3;
+
+void ExpectNear(const P3& a, const P3& b) {
+  for (int i = 0; i < 3; ++i)
+    EXPECT_NEAR(a[i], b[i], 1e-5) << "component " << i;
+}
+
+P3 Lerp(const std::vector<std::pair<float, P3>>& terms) {
+  P3 r{0, 0, 0};
+  for (const auto& [w, p] : terms)
+    for (int i = 0; i < 3; ++i)
+      r[i] += w * p[i];
+  return r;
+}
+
+// How many times each point of obj is used by its faces.
+std::map<P3, int> Uses(const C3DBaseObject& obj) {
+  std::map<P3, int> uses;
+  const C3DFaceList& fl = *obj.GetFaceList();
+  for (int f = 0; f < fl.GetSize(); ++f)
+    for (int k = 0; k < fl[f].GetSize(); ++k)
+      ++uses[test::At(obj, fl[f][k])];
+  return uses;
+}
+
+TEST(Subdivide, FlatQuadSplitsAtMidpointsWithChannelsAveraged) {
+  auto obj = MakeMesh({{0, 0, 0}, {2, 0, 0}, {2, 2, 0}, {0, 2, 0}}, {{0, 1, 2, 3}});
+  (*obj->GetFaceList())[0].SetMaterialID(5);
+  obj->AddChannel(test::MakeUVW({{0, 0}, {1, 0}, {1, 1}, {0, 1}}, {{0, 1, 2, 3}}));
+  auto* vc = new CVCChannel;
+  vc->GetVCPointList()->SetSize(4);
+  for (int i = 0; i < 4; ++i)
+    (*vc->GetVCPointList())[i].SetColor(CRGBColor(i * 51, 255, 0, 255));
+  test::FillFaces(*vc->GetVCFaceList(), {{0, 1, 2, 3}});
+  obj->AddChannel(vc);
+  const unsigned uvId = obj->GetChannels()->GetChannel(0)->GetID();
+
+  Subdivide4(*obj, 1);
+  const C3DFaceList& fl = *obj->GetFaceList();
+  ASSERT_EQ(fl.GetSize(), 4);
+  ASSERT_EQ(obj->GetPointNbr(), 9);
+  // Every corner stays (all points are on the border), edges split at their
+  // midpoints and the centre is shared by all four.
+  const auto uses = Uses(*obj);
+  for (const P3& corner : {P3{0, 0, 0}, P3{2, 0, 0}, P3{2, 2, 0}, P3{0, 2, 0}})
+    EXPECT_EQ(uses.at(corner), 1);
+  for (const P3& mid : {P3{1, 0, 0}, P3{2, 1, 0}, P3{1, 2, 0}, P3{0, 1, 0}})
+    EXPECT_EQ(uses.at(mid), 2);
+  EXPECT_EQ(uses.at(P3{1, 1, 0}), 4);
+  for (int f = 0; f < 4; ++f) {
+    EXPECT_EQ(fl[f].GetMaterialID(), 5u);
+    // The winding is kept: counter-clockwise seen from +z like the original.
+    const P3 a = test::At(*obj, fl[f][0]), b = test::At(*obj, fl[f][1]),
+             c = test::At(*obj, fl[f][2]);
+    EXPECT_GT((b[0] - a[0]) * (c[1] - a[1]) - (b[1] - a[1]) * (c[0] - a[0]), 0.0f);
+  }
+
+  // The channels kept their ids and follow corner by corner: texture
+  // coordinates equal position / 2, colours average (and truncate).
+  CDependentChannels& channels = *obj->GetChannels();
+  ASSERT_EQ(channels.GetSize(), 2);
+  CUVWChannel* uv = channels.GetUVWChannel(0);
+  ASSERT_NE(uv, nullptr);
+  EXPECT_EQ(uv->GetID(), uvId);
+  CVCChannel* col = channels.GetVCChannel(0);
+  ASSERT_NE(col, nullptr);
+  EXPECT_EQ(uv->GetFaceList()->GetSize(), 4);
+  EXPECT_EQ(uv->GetPointList()->GetSize(), 9);
+  for (int f = 0; f < 4; ++f)
+    for (int k = 0; k < 4; ++k) {
+      const P3 p = test::At(*obj, fl[f][k]);
+      const CUVWPoint& t = (*uv->GetUVWPointList())[(*uv->GetUVWFaceList())[f][k]];
+      EXPECT_FLOAT_EQ(t.u, p[0] / 2);
+      EXPECT_FLOAT_EQ(t.v, p[1] / 2);
+      const CVCPoint& c = (*col->GetVCPointList())[(*col->GetVCFaceList())[f][k]];
+      if (p == P3{1, 0, 0}) {
+        EXPECT_EQ(c.GetColor().r, 25); // (0 + 51) / 2, truncated
+      }
+      if (p == P3{1, 1, 0}) {
+        EXPECT_EQ(c.GetColor().r, 76); // (0 + 51 + 102 + 153) / 4, truncated
+      }
+    }
+}
+
+TEST(Subdivide, ClosedTetrahedronFollowsLoopRules) {
+  const std::vector<P3> v = {{0, 0, 0}, {3, 0, 0}, {0, 3, 0}, {0, 0, 3}};
+  auto obj = MakeMesh(v, {{0, 2, 1}, {0, 1, 3}, {1, 2, 3}, {0, 3, 2}});
+  Subdivide3(*obj, 1);
+  ASSERT_EQ(obj->GetFaceNbr(), 16);
+  ASSERT_EQ(obj->GetPointNbr(), 10);
+  // The first face's first corner is old point 0, valence 3.
+  const C3DFaceList& fl = *obj->GetFaceList();
+  ExpectNear(test::At(*obj, fl[0][0]),
+             Lerp({{0.4375f, v[0]}, {0.1875f, v[1]}, {0.1875f, v[2]}, {0.1875f, v[3]}}));
+  // Its edge point towards old point 2: interior edge 0-2 with opposite points 1 and 3.
+  ExpectNear(test::At(*obj, fl[0][1]),
+             Lerp({{0.375f, v[0]}, {0.375f, v[2]}, {0.125f, v[1]}, {0.125f, v[3]}}));
+  // Children come as (c0, e0, e2), (c1, e1, e0), (c2, e2, e1), (e0, e1, e2).
+  EXPECT_EQ(fl[0][1], fl[1][2]);
+  EXPECT_EQ(fl[3][0], fl[0][1]);
+  EXPECT_EQ(fl[3][2], fl[0][2]);
+  // Closed, so no border: each old point ends in three faces, each edge point in six.
+  std::map<int, int> uses;
+  for (int f = 0; f < 16; ++f)
+    for (int k = 0; k < 3; ++k)
+      ++uses[fl[f][k]];
+  int valence3 = 0, valence6 = 0;
+  for (const auto& [p, n] : uses) {
+    valence3 += n == 3;
+    valence6 += n == 6;
+  }
+  EXPECT_EQ(valence3, 4);
+  EXPECT_EQ(valence6, 6);
+}
+
+std::unique_ptr<C3DObject> Cube() {
+  return MakeMesh(
+      {{-1, -1, -1},
+       {1, -1, -1},
+       {1, 1, -1},
+       {-1, 1, -1},
+       {-1, -1, 1},
+       {1, -1, 1},
+       {1, 1, 1},
+       {-1, 1, 1}},
+      {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4}, {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}});
+}
+
+TEST(Subdivide, CubeFollowsCatmullClarkRules) {
+  auto obj = Cube();
+  Subdivide4(*obj, 1);
+  ASSERT_EQ(obj->GetFaceNbr(), 24);
+  ASSERT_EQ(obj->GetPointNbr(), 8 + 12 + 6);
+  const auto uses = Uses(*obj);
+  // Corners (valence 3): (1 - 1.75 / 3) v + 1.5 / 9 E + 0.25 / 9 D = 5/9 v.
+  const float c = 5.0f / 9.0f;
+  int corners = 0, edges = 0, centres = 0;
+  for (const auto& [p, n] : uses) {
+    if (std::fabs(std::fabs(p[0]) - c) < 1e-5 && std::fabs(std::fabs(p[1]) - c) < 1e-5 &&
+        std::fabs(std::fabs(p[2]) - c) < 1e-5 && n == 3)
+      ++corners;
+    // Edge points: 0.25 (a + b + f1 + f2), e.g. (0.75, 0.75, 0).
+    int zeros = 0, threeQuarters = 0, ones = 0;
+    for (float x : p) {
+      zeros += x == 0.0f;
+      threeQuarters += std::fabs(std::fabs(x) - 0.75f) < 1e-6;
+      ones += std::fabs(x) == 1.0f;
+    }
+    edges += zeros == 1 && threeQuarters == 2 && n == 4;
+    centres += zeros == 2 && ones == 1 && n == 4;
+  }
+  EXPECT_EQ(corners, 8);
+  EXPECT_EQ(edges, 12);
+  EXPECT_EQ(centres, 6);
+
+  // Two more passes keep a closed surface of genus 0 (Euler characteristic 2),
+  // every edge shared by exactly two faces.
+  Subdivide4(*obj, 2);
+  const C3DFaceList& fl = *obj->GetFaceList();
+  ASSERT_EQ(fl.GetSize(), 24 * 16);
+  std::map<std::pair<int, int>, int> edgeUse;
+  for (int f = 0; f < fl.GetSize(); ++f)
+    for (int k = 0; k < 4; ++k) {
+      const int a = fl[f][k], b = fl[f][(k + 1) % 4];
+      ++edgeUse[{std::min(a, b), std::max(a, b)}];
+    }
+  for (const auto& [edge, n] : edgeUse)
+    EXPECT_EQ(n, 2);
+  EXPECT_EQ(obj->GetPointNbr() - static_cast<int>(edgeUse.size()) + fl.GetSize(), 2);
+}
+
+TEST(Subdivide, MixedMeshCarriesLargerFacesAndEstimates) {
+  // A triangle, a quad and a pentagon side by side (not sharing points).
+  auto obj = MakeMesh({{0, 0, 0},
+                       {1, 0, 0},
+                       {0, 1, 0},
+                       {2, 0, 0},
+                       {3, 0, 0},
+                       {3, 1, 0},
+                       {2, 1, 0},
+                       {5, 0, 0},
+                       {6, 0, 0},
+                       {6, 1, 0},
+                       {5.5f, 2, 0},
+                       {5, 1, 0}},
+                      {{0, 1, 2}, {3, 4, 5, 6}, {7, 8, 9, 10, 11}});
+  (*obj->GetFaceList())[2].SetMaterialID(9);
+  EXPECT_EQ(EstimateLevel(obj.get(), 0), 3u);
+  EXPECT_EQ(EstimateLevel(obj.get(), 2), 32u);
+  EXPECT_EQ(SubdivideObject(*obj, 2), 1);
+  ASSERT_EQ(obj->GetFaceNbr(), 16 + 16 + 1);
+  // Triangles first, then quadrilaterals, then the carried pentagon, intact.
+  const C3DFaceList& fl = *obj->GetFaceList();
+  EXPECT_EQ(fl[0].GetSize(), 3);
+  EXPECT_EQ(fl[16].GetSize(), 4);
+  const C3DFace& pentagon = fl[32];
+  ASSERT_EQ(pentagon.GetSize(), 5);
+  EXPECT_EQ(pentagon.GetMaterialID(), 9u);
+  EXPECT_EQ(test::At(*obj, pentagon[3]), (P3{5.5f, 2, 0}));
+
+  // 10 triangles and 2 pentagons: 10 * 16 at level 2, 12 at level 0.
+  test::Faces faces(10, {0, 1, 2});
+  faces.push_back({0, 1, 2, 3, 4});
+  faces.push_back({0, 1, 2, 3, 4});
+  auto many = MakeMesh({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 2, 0}}, faces);
+  EXPECT_EQ(EstimateLevel(many.get(), 2), 160u);
+  EXPECT_EQ(EstimateLevel(many.get(), 0), 12u);
+  (*many->GetFaceList())[0].SetFlag(FACE_INVALID, 1);
+  EXPECT_EQ(EstimateLevel(many.get(), 1), 36u);
+  EXPECT_EQ(EstimateLevel(nullptr, 1), 0u);
+}
+
+TEST(Subdivide, ExcludedChannelFacesPassFlagsOnly) {
+  auto obj = MakeMesh({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}});
+  obj->AddChannel(test::MakeUVW({{0, 0}, {1, 0}, {0, 1}}, {{0, 1, 2}}));
+  CFaceList& uvf = *obj->GetChannels()->GetChannel(0)->GetFaceList();
+  uvf[0].SetFlag(FACE_EXCLUDED, 1);
+  Subdivide3(*obj, 1);
+  const CFaceList& out = *obj->GetChannels()->GetChannel(0)->GetFaceList();
+  ASSERT_EQ(out.GetSize(), 4);
+  for (int f = 0; f < 4; ++f) {
+    EXPECT_TRUE(out[f].IsFlagSet(FACE_EXCLUDED));
+    EXPECT_EQ(out[f].GetSize(), 0);
+  }
+}
+
+TEST(PatchLevel, SetLevelKeepsTheControlMeshAndGoesBack) {
+  C3DPatch patch;
+  patch.SetPointList(new C3DPointList);
+  patch.SetFaceList(new C3DFaceList);
+  {
+    auto cube = Cube();
+    patch.Concatenate(cube.get(), 1);
+  }
+  C3DPointList* controlPoints = patch.GetPointList();
+  C3DFaceList* controlFaces = patch.GetFaceList();
+  CPatchControl control;
+
+  EXPECT_EQ(SetPatchLevel(patch, control, 2), 1);
+  EXPECT_EQ(control.level, 2);
+  EXPECT_EQ(control.sourcePoints, controlPoints);
+  EXPECT_EQ(control.sourceFaces, controlFaces);
+  EXPECT_EQ(patch.GetFaceNbr(), 6 * 16);
+  EXPECT_EQ(controlFaces->GetSize(), 6);
+
+  // The same level again rebuilds nothing.
+  C3DFaceList* result = patch.GetFaceList();
+  EXPECT_EQ(SetPatchLevel(patch, control, 2), 0);
+  EXPECT_EQ(patch.GetFaceList(), result);
+
+  // The control mesh comes out as a plain mesh, and the result stays in place.
+  std::unique_ptr<C3DObject> source(GetPatchSourceObject(patch, control));
+  ASSERT_NE(source, nullptr);
+  EXPECT_EQ(source->GetKindOf(), static_cast<unsigned>(OBJECT_POLYGONAL));
+  EXPECT_EQ(source->GetFaceNbr(), 6);
+  EXPECT_EQ(patch.GetFaceList(), result);
+
+  // Level 0: the base lists are the control mesh itself.
+  EXPECT_EQ(SetPatchLevel(patch, control, 0), 1);
+  EXPECT_EQ(patch.GetPointList(), controlPoints);
+  EXPECT_EQ(patch.GetFaceList(), controlFaces);
+  EXPECT_EQ(patch.GetFaceNbr(), 6);
+
+  // Levels clamp to 8 (a single quad keeps this cheap).
+  auto quad = MakeMesh({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3}});
+  C3DPatch small;
+  small.SetPointList(new C3DPointList);
+  small.SetFaceList(new C3DFaceList);
+  small.Concatenate(quad.get(), 1);
+  CPatchControl smallControl;
+  SetPatchLevel(small, smallControl, 12);
+  EXPECT_EQ(smallControl.level, 8);
+  EXPECT_EQ(small.GetFaceNbr(), 65536);
+
+  // Releasing at a level above 0 drops the control mesh and keeps the result.
+  ReleasePatch(smallControl);
+  EXPECT_EQ(smallControl.level, -1);
+  EXPECT_EQ(small.GetFaceNbr(), 65536);
+  // At level 0 the control mesh is the patch's own: releasing keeps it.
+  ReleasePatch(control);
+  EXPECT_EQ(patch.GetFaceList(), controlFaces);
+}
+
+} // namespace
+} // namespace meshcore
