@@ -1,0 +1,55 @@
+#include "meshcore/formats/library.h"
+
+#include "meshcore/io/codec_registry.h"
+#include "meshcore/io/file_registry.h"
+#include "meshcore/io/parser_3d.h"
+#include "meshcore/scene/global_settings.h"
+#include "meshcore/scene/preferences.h"
+
+#include <atomic>
+#include <memory>
+
+// Each codec joins the table as soon as its header exists.
+#if __has_include("meshcore/formats/lightwave/lightwave_io.h")
+#include "meshcore/formats/lightwave/lightwave_io.h"
+#define MESHCORE_HAS_LIGHTWAVE_IO 1
+#endif
+
+namespace meshcore {
+
+namespace {
+std::atomic<int> g_initialized{0};
+} // namespace
+
+void RegisterBuiltinCodecs() {
+#ifdef MESHCORE_HAS_LIGHTWAVE_IO
+  fileRegisterCodec(fileMakeClassCode("LIGT"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
+    return std::make_unique<CLightwaveIo>(owner);
+  });
+#endif
+  // Not written yet, so C3DIo answers "unknown file type" for them:
+  // "LIGS" CLightwaveSceneIo, "VRML" CVrmlIo, "MAYA" CMayaIo, "AMAP" CAmapiIo,
+  // "WVFT" CWavefrontIo, "3DST" C3DStudioIo, "DXF " CDxfIo, "TRUE" CTruespaceIo.
+}
+
+void InitMeshcore() {
+  if (g_initialized.exchange(1))
+    return;
+  // The string tables are compiled in, so there are no resources to hand to the host.
+  fileRegisterBuiltinTypes();
+  RegisterBuiltinCodecs();
+  LoadGlobalSettingsFromProfile();
+  C3DPreferences::Get3DPreferences().Init();
+}
+
+void CloseMeshcore() {
+  if (!g_initialized.exchange(0))
+    return;
+  C3DPreferences::Get3DPreferences().Save();
+}
+
+int IsMeshcoreInitialized() {
+  return g_initialized.load();
+}
+
+} // namespace meshcore
