@@ -1,0 +1,217 @@
+// Welding, triangulation and subdivision on generated meshes. The welding
+// figures come with a floor measured in the same run: an exact-duplicate pass
+// over the same points through a hash map keyed by the coordinate bits.
+
+#include "meshcore/mesh/face_list_3d.h"
+#include "meshcore/mesh/point_list_3d.h"
+#include "meshcore/operations/subdivide.h"
+#include "meshcore/operations/triangulate.h"
+#include "meshcore/operations/weld.h"
+#include "meshcore/scene/object_3d.h"
+#include "meshcore/scene/patch_3d.h"
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+using namespace meshcore;
+using Clock = std::chrono::steady_clock;
+
+// An n x n grid of quads around the origin, every quad with four corners of its own.
+std::unique_ptr<C3DObject> LooseGrid(int n) {
+  auto obj = std::make_unique<C3DObject>(new C3DPointList, new C3DFaceList);
+  C3DPointList& pts = *obj->GetPointList();
+  C3DFaceList& faces = *obj->GetFaceList();
+  pts.SetSize(4 * n * n);
+  faces.SetSize(n * n);
+  const int dx[4] = {0, 1, 1, 0}, dy[4] = {0, 0, 1, 1};
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i) {
+      const int f = j * n + i;
+      C3DFace& face = faces[f];
+      face.SetSize(4);
+      for (int k = 0; k < 4; ++k) {
+        C3DPoint& p = pts[4 * f + k];
+        p.x = static_cast<float>(i + dx[k] - n / 2) * 0.01f;
+        p.y = static_cast<float>(j + dy[k] - n / 2) * 0.01f;
+        p.z = 0.0f;
+        face[k] = 4 * f + k;
+      }
+    }
+  return obj;
+}
+
+// (n + 1)^2 shared points; quads, or each quad cut into two triangles.
+std::unique_ptr<C3DBaseObject> Grid(C3DBaseObject* obj, int n, bool triangles) {
+  obj->SetPointList(new C3DPointList);
+  obj->SetFaceList(new C3DFaceList);
+  C3DPointList& pts = *obj->GetPointList();
+  C3DFaceList& faces = *obj->GetFaceList();
+  pts.SetSize((n + 1) * (n + 1));
+  for (int j = 0; j <= n; ++j)
+    for (int i = 0; i <= n; ++i) {
+      C3DPoint& p = pts[j * (n + 1) + i];
+      p.x = static_cast<float>(i);
+      p.y = static_cast<float>(j);
+      p.z = static_cast<float>((i * 7 + j * 3) % 5) * 0.1f;
+    }
+  faces.SetSize(triangles ? 2 * n * n : n * n);
+  int f = 0;
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i) {
+      const int a = j * (n + 1) + i, b = a + 1, c = a + n + 2, d = a + n + 1;
+      if (triangles) {
+        faces[f++].SetTriangle(a, b, c);
+        faces[f++].SetTriangle(a, c, d);
+      } else {
+        C3DFace& q = faces[f++];
+        q.SetSize(4);
+        q[0] = a;
+        q[1] = b;
+        q[2] = c;
+        q[3] = d;
+      }
+    }
+  return std::unique_ptr<C3DBaseObject>(obj);
+}
+
+struct BitsKey {
+  std::uint32_t x, y, z;
+  bool operator==(const BitsKey& o) const { return x == o.x && y == o.y && z == o.z; }
+};
+struct BitsHash {
+  std::size_t operator()(const BitsKey& k) const {
+    return (static_cast<std::size_t>(k.x) * 0x9E3779B97F4A7C15ull) ^
+           (static_cast<std::size_t>(k.y) * 0xC2B2AE3D27D4EB4Full) ^ (k.z * 0x165667B1ull);
+  }
+};
+
+// The floor: map every point to the first point with the same coordinate bits.
+double ExactDuplicatePass(const C3DPointList& pts, std::vector<int>& remap) {
+  const auto start = Clock::now();
+  std::unordered_map<BitsKey, int, BitsHash> first;
+  first.reserve(static_cast<std::size_t>(pts.GetSize()) / 2);
+  remap.resize(static_cast<std::size_t>(pts.GetSize()));
+  for (int i = 0; i < pts.GetSize(); ++i) {
+    BitsKey k;
+    std::memcpy(&k.x, &pts[i].x, 4);
+    std::memcpy(&k.y, &pts[i].y, 4);
+    std::memcpy(&k.z, &pts[i].z, 4);
+    remap[static_cast<std::size_t>(i)] = first.emplace(k, i).first->second;
+  }
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+double TimedWeld(int n, int& remaining) {
+  auto obj = LooseGrid(n);
+  int points = 0, faces = 0;
+  const auto start = Clock::now();
+  Weld3DPoints(*obj, 0.001f, points, faces);
+  const double t = std::chrono::duration<double>(Clock::now() - start).count();
+  remaining = obj->GetPointNbr();
+  return t;
+}
+
+// 500 x 500 loose quads (1,000,000 points, 251,001 distinct) against the
+// exact-duplicate floor, and 1000 x 1000 (4,000,000 points) for linearity.
+void BM_WeldLooseGrid(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  double weld = 0, floor = 0;
+  int remaining = 0;
+  for (auto _ : state) {
+    weld = TimedWeld(n, remaining);
+    auto obj = LooseGrid(n);
+    std::vector<int> remap;
+    floor = ExactDuplicatePass(*obj->GetPointList(), remap);
+    benchmark::DoNotOptimize(remap.data());
+    state.SetIterationTime(weld);
+  }
+  state.counters["points"] = 4.0 * n * n;
+  state.counters["remaining"] = remaining;
+  state.counters["weld_s"] = weld;
+  state.counters["floor_s"] = floor;
+  state.counters["weld_over_floor"] = weld / floor;
+}
+BENCHMARK(BM_WeldLooseGrid)
+    ->Arg(500)
+    ->Arg(1000)
+    ->UseManualTime()
+    ->Iterations(2)
+    ->Unit(benchmark::kMillisecond);
+
+// Linearity in one run: 4 million points against 1 million.
+void BM_WeldLinearity(benchmark::State& state) {
+  double small = 0, large = 0;
+  int remaining = 0;
+  for (auto _ : state) {
+    small = TimedWeld(500, remaining);
+    large = TimedWeld(1000, remaining);
+    state.SetIterationTime(small + large);
+  }
+  state.counters["weld_1M_s"] = small;
+  state.counters["weld_4M_s"] = large;
+  state.counters["ratio"] = large / small;
+}
+BENCHMARK(BM_WeldLinearity)->UseManualTime()->Iterations(2)->Unit(benchmark::kMillisecond);
+
+// A 100 x 100 quad patch to level 4 (2,560,000 quads).
+void BM_SubdivideQuadPatch(benchmark::State& state) {
+  const int level = static_cast<int>(state.range(0));
+  int faces = 0;
+  for (auto _ : state) {
+    auto patch = Grid(new C3DPatch, 100, false);
+    CPatchControl control;
+    const auto start = Clock::now();
+    SetPatchLevel(*patch, control, level);
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    faces = patch->GetFaceNbr();
+    ReleasePatch(control);
+  }
+  state.counters["faces"] = faces;
+}
+BENCHMARK(BM_SubdivideQuadPatch)
+    ->Arg(4)
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+
+// A 100 x 100 grid of triangle pairs to level 4 (5,120,000 triangles).
+void BM_SubdivideTrianglePatch(benchmark::State& state) {
+  const int level = static_cast<int>(state.range(0));
+  int faces = 0;
+  for (auto _ : state) {
+    auto patch = Grid(new C3DPatch, 100, true);
+    CPatchControl control;
+    const auto start = Clock::now();
+    SetPatchLevel(*patch, control, level);
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    faces = patch->GetFaceNbr();
+    ReleasePatch(control);
+  }
+  state.counters["faces"] = faces;
+}
+BENCHMARK(BM_SubdivideTrianglePatch)
+    ->Arg(4)
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+
+// Ear clipping of a 300 x 300 grid of loose quads (180,000 triangles).
+void BM_TriangulateGrid(benchmark::State& state) {
+  for (auto _ : state) {
+    auto obj = LooseGrid(300);
+    const auto start = Clock::now();
+    TriangulateObject(*obj, FACE_NONE, 1);
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+  }
+}
+BENCHMARK(BM_TriangulateGrid)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
+
+} // namespace
