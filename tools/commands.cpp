@@ -1,0 +1,403 @@
+// The command line of the meshcore tool and its commands.
+#include "tools/tool.h"
+
+#include "meshcore/formats/library.h"
+#include "meshcore/io/codec_registry.h"
+#include "meshcore/io/file_info.h"
+#include "meshcore/io/file_registry.h"
+#include "meshcore/io/io_3d.h"
+#include "meshcore/platform/string_ids.h"
+#include "meshcore/platform/string_table.h"
+#include "meshcore/platform/version.h"
+#include "meshcore/scene/scene.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+
+namespace meshcore::tool {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr unsigned kLightwaveClass = fileMakeClassCode("LIGT");
+
+const char kUsage[] =
+    "usage: meshcore [--version] [--help] <command> [options] [arguments]\n"
+    "\n"
+    "commands:\n"
+    "  info FILE...      scene statistics of each file: nodes by kind, points, faces,\n"
+    "                    materials, texture and colour channels, bounding box\n"
+    "      --tree        also show the node tree with names and kinds\n"
+    "      --json        a JSON array with one object per file\n"
+    "  convert IN OUT    read IN and save it in the format that OUT's extension names\n"
+    "  formats           the file types the library knows and what it reads and writes\n"
+    "      --all         include the registry's image, audio and web types\n"
+    "      --json        as JSON\n"
+    "  demo [DIR]        build a sample scene, save it as a Lightwave object (in DIR,\n"
+    "                    kept, or in a temporary folder), read it back and describe it\n"
+    "\n"
+    "options of every command:\n"
+    "  --silent          no progress and no library messages (errors are still shown)\n"
+    "  --lang en|fr      language of the library's messages\n"
+    "\n"
+    "Ctrl-C cancels a running read or save.\n"
+    "exit status: 0 success, 1 other failure, 2 usage, 3 cannot open, 4 unknown file\n"
+    "type, 5 bad file format, 130 cancelled\n";
+
+struct Options {
+  std::string command;
+  std::vector<std::string> args;
+  bool tree = false;
+  bool json = false;
+  bool all = false;
+  bool silent = false;
+  std::string lang;
+};
+
+// Reports one failure on standard error; returns status.
+int Fail(Output& output, const std::string& file, const std::string& text, int status) {
+  std::lock_guard lock(ErrorStreamMutex());
+  ClearProgressLine(output);
+  output.lastError = text;
+  if (file.empty())
+    std::fprintf(output.err, "meshcore: %s\n", text.c_str());
+  else
+    std::fprintf(output.err, "meshcore: %s: %s\n", file.c_str(), text.c_str());
+  return status;
+}
+
+int FailCancelled(Output& output, const std::string& file) {
+  return Fail(output, file, CFileIo::GetIoErrorTxt(IO_FILE_CANCELLED), kExitCancelled);
+}
+
+int FailCannotOpen(Output& output, const std::string& file) {
+  return Fail(output, {}, FormatPrompt(LoadString(IDP_FAILED_TO_OPEN_DOC), file), kExitCannotOpen);
+}
+
+// The library's text for the operation's error, or what the codec showed when
+// the code has no text of its own (a file that could not be opened).
+int FailIo(Output& output, CToolHost& host, const std::string& file, const CFileIo& io) {
+  std::string text = io.GetIoErrorTxt();
+  const std::string shown = host.TakeLastMessage();
+  if (text.empty() && !shown.empty())
+    return Fail(output, {}, shown, ExitStatusForIoError(io.GetIoError()));
+  if (text.empty())
+    return FailCannotOpen(output, file);
+  return Fail(output, file, text, ExitStatusForIoError(io.GetIoError()));
+}
+
+unsigned IoFlags(const Options& options, bool loading) {
+  return (loading ? FILE_PARSER_LOADING : 0u) | (options.silent ? FILE_PARSER_SILENT : 0u);
+}
+
+bool IsReadableFile(const std::string& name) {
+  std::error_code ec;
+  return fs::is_regular_file(name, ec);
+}
+
+bool CanWrite(unsigned classCode) {
+  return classCode != 0 && fileHasCodec(classCode) &&
+         (fileGetProperties(classCode) & FILE_CAN_WRITE) != 0;
+}
+
+bool CanRead(unsigned classCode) {
+  return classCode != 0 && fileHasCodec(classCode) &&
+         (fileGetProperties(classCode) & FILE_CAN_READ) != 0;
+}
+
+// Reads file on a worker thread. Null with status set on failure.
+std::unique_ptr<C3DScene> ReadScene(Output& output, CToolHost& host, const Options& options,
+                                    const std::string& file, int& status) {
+  status = kExitOk;
+  if (!IsReadableFile(file)) {
+    status = FailCannotOpen(output, file);
+    return nullptr;
+  }
+  C3DIo io(file, IoFlags(options, true));
+  std::unique_ptr<C3DScene> scene;
+  const bool interrupted = RunCancellable(output, "reading " + CFileInfo(file).GetFileName(),
+                                          [&] { scene.reset(io.Read()); });
+  if (interrupted || io.GetIoError() == IO_FILE_CANCELLED) {
+    status = FailCancelled(output, file);
+    return nullptr;
+  }
+  if (!scene)
+    status = FailIo(output, host, file, io);
+  return scene;
+}
+
+// Saves scene on a worker thread; returns the exit status.
+int SaveScene(Output& output, CToolHost& host, const Options& options, const std::string& file,
+              C3DScene& scene) {
+  C3DIo io(file, IoFlags(options, false));
+  int result = 0;
+  const bool interrupted = RunCancellable(output, "writing " + CFileInfo(file).GetFileName(),
+                                          [&] { result = io.Save(0, &scene); });
+  if (io.GetIoError() == IO_FILE_CANCELLED || (interrupted && result != 1))
+    return FailCancelled(output, file);
+  if (result != 1) {
+    if (io.GetIoError() == IO_FILE_OK) // a codec that failed without saying why
+      return Fail(output, file, CFileIo::GetIoErrorTxt(0), kExitFailure);
+    return FailIo(output, host, file, io);
+  }
+  return kExitOk;
+}
+
+int RunInfo(Output& output, CToolHost& host, const Options& options) {
+  if (options.args.empty())
+    return Fail(output, {}, "info needs at least one file (see meshcore --help)", kExitUsage);
+  int status = kExitOk;
+  std::vector<std::string> json;
+  bool first = true;
+  for (const std::string& file : options.args) {
+    int fileStatus = kExitOk;
+    std::unique_ptr<C3DScene> scene = ReadScene(output, host, options, file, fileStatus);
+    if (fileStatus == kExitCancelled)
+      return kExitCancelled; // the user wants out: the other files are not read
+    if (!scene) {
+      if (status == kExitOk)
+        status = fileStatus;
+      if (options.json)
+        json.push_back("{\"file\": " + JsonString(file) +
+                       ", \"error\": " + JsonString(output.lastError) +
+                       ", \"status\": " + std::to_string(fileStatus) + "}");
+      continue;
+    }
+    const SceneStats stats = CollectStats(*scene);
+    if (options.json) {
+      json.push_back(StatsToJson(file, stats, options.tree ? scene.get() : nullptr));
+      continue;
+    }
+    if (!first)
+      std::fputc('\n', output.out);
+    first = false;
+    PrintStats(output.out, file, stats);
+    if (options.tree)
+      PrintTree(output.out, *scene);
+  }
+  if (options.json) {
+    std::fputs("[", output.out);
+    for (std::size_t i = 0; i < json.size(); ++i)
+      std::fprintf(output.out, "%s\n  %s", i ? "," : "", json[i].c_str());
+    std::fputs(json.empty() ? "]\n" : "\n]\n", output.out);
+  }
+  return status;
+}
+
+int RunConvert(Output& output, CToolHost& host, const Options& options) {
+  if (options.args.size() != 2)
+    return Fail(output, {}, "convert needs an input and an output file (see meshcore --help)",
+                kExitUsage);
+  const std::string& in = options.args[0];
+  const std::string& out = options.args[1];
+  // Known before a long read: can the output be written at all?
+  if (!CanWrite(fileGetClass(CFileInfo(out).GetExtension())))
+    return Fail(output, out, CFileIo::GetIoErrorTxt(IO_FILE_UNKNOWN_TYPE), kExitUnknownType);
+
+  int status = kExitOk;
+  std::unique_ptr<C3DScene> scene = ReadScene(output, host, options, in, status);
+  if (!scene)
+    return status;
+  if (WasInterrupted())
+    return FailCancelled(output, in);
+  status = SaveScene(output, host, options, out, *scene);
+  if (status != kExitOk)
+    return status;
+  if (!options.silent)
+    std::fprintf(output.out, "%s -> %s: %d nodes, %d points, %d faces, %d materials\n", in.c_str(),
+                 out.c_str(), scene->GetNodeNbr(0), scene->GetPointNbr(), scene->GetFaceNbr(),
+                 scene->GetMaterialNumber());
+  return kExitOk;
+}
+
+int RunFormats(Output& output, const Options& options) {
+  unsigned count = 0;
+  CFileExt* types = fileGetRegisteredFiles(count);
+  std::vector<const CFileExt*> shown;
+  for (unsigned i = 0; i < count; ++i)
+    if (options.all || types[i].GetKindOf() == FILE_KIND_SCENE)
+      shown.push_back(&types[i]);
+
+  auto extensions = [](const CFileExt& type) {
+    std::string list;
+    for (const std::string& ext : fileSplitExtensionList(type.GetExtension()))
+      list += (list.empty() ? "" : " ") + ext;
+    return list;
+  };
+  if (options.json) {
+    std::fputs("[", output.out);
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+      const CFileExt& t = *shown[i];
+      std::string exts;
+      for (const std::string& ext : fileSplitExtensionList(t.GetExtension()))
+        exts += (exts.empty() ? "" : ", ") + JsonString(ext);
+      std::fprintf(output.out,
+                   "%s\n  {\"class\": %s, \"description\": %s, \"extensions\": [%s], "
+                   "\"read\": %s, \"write\": %s}",
+                   i ? "," : "", JsonString(fileClassCodeToString(t.GetClass())).c_str(),
+                   JsonString(t.GetDescription()).c_str(), exts.c_str(),
+                   CanRead(t.GetClass()) ? "true" : "false",
+                   CanWrite(t.GetClass()) ? "true" : "false");
+    }
+    std::fputs(shown.empty() ? "]\n" : "\n]\n", output.out);
+  } else {
+    std::fprintf(output.out, "%-6s %-5s %-5s %-28s %s\n", "CLASS", "READ", "WRITE", "EXTENSIONS",
+                 "DESCRIPTION");
+    for (const CFileExt* t : shown)
+      std::fprintf(output.out, "%-6s %-5s %-5s %-28s %s\n",
+                   fileClassCodeToString(t->GetClass()).c_str(),
+                   CanRead(t->GetClass()) ? "yes" : "-", CanWrite(t->GetClass()) ? "yes" : "-",
+                   extensions(*t).c_str(), t->GetDescription().c_str());
+  }
+  fileFreeRegisteredFiles(types);
+  return kExitOk;
+}
+
+int RunDemo(Output& output, CToolHost& host, const Options& options) {
+  std::unique_ptr<C3DScene> scene(BuildDemoScene());
+  if (!CanWrite(kLightwaveClass) || !CanRead(kLightwaveClass)) {
+    std::fprintf(output.out,
+                 "meshcore %s: this build has no Lightwave codec yet, so the demo scene is "
+                 "described from memory.\n\n",
+                 GetVersionString());
+    PrintStats(output.out, "demo scene (in memory)", CollectStats(*scene));
+    PrintTree(output.out, *scene);
+    return kExitOk;
+  }
+
+  // Into DIR when given (and kept), else into a temporary folder removed at the end.
+  std::error_code ec;
+  fs::path dir;
+  bool temporary = options.args.empty();
+  if (!temporary) {
+    dir = options.args[0];
+    fs::create_directories(dir, ec);
+  } else {
+    std::string pattern = (fs::temp_directory_path(ec) / "meshcore-demo-XXXXXX").string();
+    if (!mkdtemp(pattern.data()))
+      return Fail(output, pattern, "cannot create a temporary folder", kExitFailure);
+    dir = pattern;
+  }
+  const std::string file = (dir / "demo.lwo").string();
+  int status = SaveScene(output, host, options, file, *scene);
+  std::unique_ptr<C3DScene> back;
+  if (status == kExitOk)
+    back = ReadScene(output, host, options, file, status);
+  if (back) {
+    std::fprintf(output.out,
+                 "meshcore %s: built a scene in memory, saved it as a Lightwave object "
+                 "(%ju bytes) and read it back:\n\n",
+                 GetVersionString(), static_cast<std::uintmax_t>(fs::file_size(file, ec)));
+    PrintStats(output.out, temporary ? "demo.lwo" : file, CollectStats(*back));
+    PrintTree(output.out, *back);
+  }
+  if (temporary)
+    fs::remove_all(dir, ec);
+  return status;
+}
+
+bool ParseArguments(int argc, char** argv, Options& options, std::string& error) {
+  bool optionsEnded = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    if (optionsEnded || arg.size() < 2 || arg.substr(0, 2) != "--") {
+      if (options.command.empty())
+        options.command = arg;
+      else
+        options.args.emplace_back(arg);
+      continue;
+    }
+    if (arg == "--") {
+      optionsEnded = true;
+    } else if (arg == "--tree") {
+      options.tree = true;
+    } else if (arg == "--json") {
+      options.json = true;
+    } else if (arg == "--all") {
+      options.all = true;
+    } else if (arg == "--silent") {
+      options.silent = true;
+    } else if (arg == "--lang" || arg.substr(0, 7) == "--lang=") {
+      std::string lang;
+      if (arg == "--lang") {
+        if (i + 1 >= argc) {
+          error = "--lang needs en or fr";
+          return false;
+        }
+        lang = argv[++i];
+      } else {
+        lang = arg.substr(7);
+      }
+      if (lang != "en" && lang != "fr") {
+        error = "unknown language '" + lang + "' (en or fr)";
+        return false;
+      }
+      options.lang = lang;
+    } else if (arg == "--help" || arg == "--version") {
+      if (options.command.empty())
+        options.command = arg;
+    } else {
+      error = "unknown option '" + std::string(arg) + "'";
+      return false;
+    }
+  }
+  return true;
+}
+
+} // namespace
+
+int RunTool(int argc, char** argv, Output& output) {
+  Options options;
+  std::string error;
+  if (!ParseArguments(argc, argv, options, error)) {
+    Fail(output, {}, error, kExitUsage);
+    std::fputs(kUsage, output.err);
+    return kExitUsage;
+  }
+  if (options.command.empty()) {
+    std::fputs(kUsage, output.err);
+    return kExitUsage;
+  }
+  if (options.command == "--help" || options.command == "help") {
+    std::fputs(kUsage, output.out);
+    return kExitOk;
+  }
+  if (options.command == "--version" || options.command == "version") {
+    std::fprintf(output.out, "meshcore %s\n", GetVersionString());
+    return kExitOk;
+  }
+  output.silent = output.silent || options.silent;
+
+  CToolHost host(output);
+  SetMeshcoreHost(&host);
+  if (!options.lang.empty())
+    SetLanguage(options.lang);
+  InitMeshcore();
+  InstallInterruptHandler();
+
+  int status = kExitOk;
+  if (options.command == "info")
+    status = RunInfo(output, host, options);
+  else if (options.command == "convert")
+    status = RunConvert(output, host, options);
+  else if (options.command == "formats")
+    status = RunFormats(output, options);
+  else if (options.command == "demo")
+    status = RunDemo(output, host, options);
+  else {
+    Fail(output, {}, "unknown command '" + options.command + "'", kExitUsage);
+    std::fputs(kUsage, output.err);
+    status = kExitUsage;
+  }
+
+  RestoreInterruptHandler();
+  CloseMeshcore();
+  SetMeshcoreHost(nullptr);
+  std::fflush(output.out);
+  return status;
+}
+
+} // namespace meshcore::tool
