@@ -4,7 +4,7 @@
 // mesh's face i, corner by corner.
 
 #include "meshcore/containers/custom_data.h"
-#include "meshcore/mesh/flat_map.h"
+#include "meshcore/mesh/index_map.h"
 #include "meshcore/platform/object.h"
 
 #include <cstdint>

@@ -4,7 +4,7 @@
 #include "meshcore/containers/array_id.h"
 #include "meshcore/containers/int_array_id.h"
 #include "meshcore/mesh/channel.h"
-#include "meshcore/mesh/flat_map.h"
+#include "meshcore/mesh/index_map.h"
 #include "meshcore/platform/object.h"
 
 namespace meshcore {

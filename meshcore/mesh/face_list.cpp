@@ -118,39 +118,12 @@ void CFaceList::InvalidateFaces(CGeomInfo*, const CIndexMap& keep) {
 void CFaceList::UpdateIndex(const CIndexMap& map) {
   if (map.IsEmpty())
     return;
-  // Compaction maps have dense keys: a flat table turns millions of hashed
-  // lookups into array reads. Sparse maps are looked up as they are.
-  int maxKey = -1;
-  bool dense = true;
-  for (const auto& [key, value] : map) {
-    if (key < 0) {
-      dense = false;
-      break;
-    }
-    maxKey = std::max(maxKey, key);
-  }
-  dense = dense && static_cast<long long>(maxKey) < 4LL * map.GetCount() + 1024;
-  std::vector<int> table;
-  std::vector<unsigned char> has;
-  if (dense) {
-    table.assign(static_cast<std::size_t>(maxKey) + 1, 0);
-    has.assign(static_cast<std::size_t>(maxKey) + 1, 0);
-    for (const auto& [key, value] : map) {
-      table[static_cast<std::size_t>(key)] = value;
-      has[static_cast<std::size_t>(key)] = 1;
-    }
-  }
   for (int f = 0; f < GetSize(); ++f) {
     CFace& face = ElementAt(f);
     int* d = face.GetData();
-    for (int k = 0; k < face.GetSize(); ++k) {
-      if (dense) {
-        if (d[k] >= 0 && d[k] <= maxKey && has[static_cast<std::size_t>(d[k])])
-          d[k] = table[static_cast<std::size_t>(d[k])];
-      } else if (const int* v = map.PLookup(d[k])) {
+    for (int k = 0; k < face.GetSize(); ++k)
+      if (const int* v = map.PLookup(d[k]))
         d[k] = *v;
-      }
-    }
   }
 }
 
@@ -237,19 +210,76 @@ void CFaceList::CreateEdgeToFaceGraph() {
   m_edgeGraphBuilt = 1;
   if (GetSize() == 0)
     return;
-  // A closed mesh has half as many edges as corners; reserving that avoids
-  // moving the entries while the graph grows.
   std::size_t corners = 0;
-  for (int f = 0; f < GetSize(); ++f)
-    corners += static_cast<std::size_t>(ElementAt(f).GetSize());
-  m_edgeGraph.Reserve(corners / 2 + 1);
+  int lo = INT_MAX, hi = INT_MIN;
   for (int f = 0; f < GetSize(); ++f) {
     const CFace& face = ElementAt(f);
     if (face.IsFlagSet(FACE_EXCLUDED))
       continue;
-    for (int k = 0; k < face.GetSize(); ++k)
-      m_edgeGraph.FindOrAdd(FaceEdge(face, k)).Add(f);
+    corners += static_cast<std::size_t>(face.GetSize());
+    for (int k = 0; k < face.GetSize(); ++k) {
+      lo = std::min(lo, face[k]);
+      hi = std::max(hi, face[k]);
+    }
   }
+  if (corners == 0)
+    return;
+  const long long range = static_cast<long long>(hi) - lo + 1;
+  if (range > 4LL * static_cast<long long>(corners) + 1024) {
+    // Scattered indices (broken data): plain hashing, edge by edge.
+    for (int f = 0; f < GetSize(); ++f) {
+      const CFace& face = ElementAt(f);
+      if (!face.IsFlagSet(FACE_EXCLUDED))
+        for (int k = 0; k < face.GetSize(); ++k)
+          m_edgeGraph.FindOrAdd(FaceEdge(face, k)).Add(f);
+    }
+    return;
+  }
+  // Edges are found through buckets by their smaller point, which follow the
+  // mesh's own locality; hashing every corner into a table of millions of
+  // slots would miss the cache at each step. The hash index is built at the end.
+  std::vector<int> start(static_cast<std::size_t>(range) + 1, 0);
+  for (int f = 0; f < GetSize(); ++f) {
+    const CFace& face = ElementAt(f);
+    if (!face.IsFlagSet(FACE_EXCLUDED))
+      for (int k = 0; k < face.GetSize(); ++k)
+        ++start[static_cast<std::size_t>(FaceEdge(face, k).first - lo) + 1];
+  }
+  for (std::size_t i = 1; i < start.size(); ++i)
+    start[i] += start[i - 1];
+  std::vector<int> used(static_cast<std::size_t>(range), 0);
+  struct Slot {
+    int second;
+    int entry;
+  };
+  std::vector<Slot> slots(corners);
+  m_edgeGraph.Reserve(corners / 2 + 1);
+  int entries = 0;
+  for (int f = 0; f < GetSize(); ++f) {
+    const CFace& face = ElementAt(f);
+    if (face.IsFlagSet(FACE_EXCLUDED))
+      continue;
+    for (int k = 0; k < face.GetSize(); ++k) {
+      const C3DEdge e = FaceEdge(face, k);
+      const auto b = static_cast<std::size_t>(e.first - lo);
+      Slot* s = slots.data() + start[b];
+      const int n = used[b];
+      int entry = -1;
+      for (int i = 0; i < n; ++i)
+        if (s[i].second == e.second) {
+          entry = s[i].entry;
+          break;
+        }
+      if (entry < 0) {
+        entry = entries++;
+        s[n] = {e.second, entry};
+        ++used[b];
+        m_edgeGraph.AppendUnindexed(e);
+      }
+      m_edgeGraph.GetAt(entry).second.Add(f);
+    }
+  }
+  m_edgeGraph.RebuildIndex();
 }
 
 const int* CFaceList::GetFacesConnectedToPoint(int point, int& count) const {

@@ -8,7 +8,7 @@
 #include "meshcore/containers/int_array_id.h"
 #include "meshcore/mesh/edge_graph.h"
 #include "meshcore/mesh/face.h"
-#include "meshcore/mesh/flat_map.h"
+#include "meshcore/mesh/index_map.h"
 
 #include <cstdint>
 #include <new>

@@ -83,6 +83,15 @@ public:
     return inserted ? 1 : 0;
   }
 
+  // Bulk building: appends an entry without indexing it (the caller knows the
+  // key is new), then RebuildIndex indexes every entry in one pass, which is
+  // much faster than indexing entries one by one in a large map.
+  Entry& AppendUnindexed(const K& k) {
+    m_entries.emplace_back(k, V());
+    return m_entries.back();
+  }
+  void RebuildIndex() { Rehash(m_entries.size() * 2); }
+
   // Entries in insertion order.
   auto begin() { return m_entries.begin(); }
   auto end() { return m_entries.end(); }
@@ -122,8 +131,5 @@ private:
   std::vector<std::uint32_t> m_index; // entry number + 1; 0 marks a free slot
   std::size_t m_mask = 0;
 };
-
-// Old-to-new index maps of the compactions and the index sets built from them.
-using CIndexMap = CFlatMap<int, int>;
 
 } // namespace meshcore

@@ -6,7 +6,7 @@
 #include "meshcore/containers/element_array.h"
 #include "meshcore/geometry/pt.h"
 #include "meshcore/mesh/edge_graph.h"
-#include "meshcore/mesh/flat_map.h"
+#include "meshcore/mesh/index_map.h"
 
 #include <cstdint>
 #include <new>

@@ -4,6 +4,7 @@
 #include "meshcore/mesh/geom_info.h"
 #include "meshcore/mesh/point_list_2d.h"
 #include "meshcore/mesh/uvw_face_list.h"
+#include "meshcore/mesh/uvw_point_list.h"
 #include "meshcore/platform/archive.h"
 #include "meshcore/platform/exceptions.h"
 
@@ -125,6 +126,18 @@ TEST(FaceList, GraphsAndUpdates) {
   EXPECT_FALSE(faces.IsFlagSet(FL_CHANGED));
   EXPECT_FALSE(faces.IsEdgeToFaceGraphBuilt());
   EXPECT_EQ(FacesOfPoint(faces, 4), (std::vector<int>{0, 1, 2, 3}));
+
+  // Scattered indices take the hashed path: same contents, same order.
+  C3DFaceList far;
+  AddFace(far, {0, 1, 2});
+  AddFace(far, {2, 1, 1000000000});
+  far.InitEdgeToFaceGraph(nullptr);
+  const CEdgeGraph& fg = far.GetEdgeGraph();
+  ASSERT_EQ(fg.GetCount(), 5);
+  EXPECT_EQ(fg.GetAt(2).first, C3DEdge(0, 2));
+  EXPECT_EQ(fg.GetAt(3).first, C3DEdge(1, 1000000000));
+  EXPECT_EQ(fg.GetAt(1).second.GetSize(), 2);
+  EXPECT_EQ(far.GetFacesConnectedToEdge(C3DEdge(1000000000, 2), n)[0], 1);
 
   // A face index outside the topology's points cannot enter the graph.
   AddFace(faces, {0, 1, 42});
@@ -292,6 +305,20 @@ TEST(FaceList, GeometryQueries) {
   C3DPoint min, max;
   EXPECT_EQ(faces[1].GetBoundingBox(&info, min, max), 1);
   EXPECT_EQ(max, C3DPoint(4, 4, 0.5f));
+  // A channel face's centre averages its points' carriers.
+  CUVWPointList uv;
+  uv.SetSize(2, -1);
+  uv[0].SetUV(1, 2, 0);
+  uv[1].SetUV(3, 4, 0);
+  CUVWFace uf;
+  uf.AddIndex(0);
+  uf.AddIndex(1);
+  CGeomInfo uvInfo(nullptr, &uv);
+  uf.GetCenter(&uvInfo, c4);
+  EXPECT_EQ(c4.n, 3);
+  EXPECT_EQ(c4.v[0], 2.0f);
+  EXPECT_EQ(c4.v[1], 3.0f);
+
   AddFace(faces, {4, 4, 4});
   faces[2].GetNormal(&info, n);
   EXPECT_TRUE(n.IsNull());

@@ -271,3 +271,32 @@ TEST(PointList, ArchiveLayoutAndRoundTrip) {
   C3DPointList bad;
   EXPECT_THROW(Load(bad, hostile), CArchiveException);
 }
+
+// Compaction maps mix a direct table with hashing; keys must behave the same
+// wherever they are kept, and iterate in insertion order.
+TEST(IndexMap, DirectAndHashedKeys) {
+  CIndexMap map;
+  const std::vector<int> keys = {5, -3, 2000000000, 0, 3000, 7, 1 << 20, 6};
+  for (std::size_t i = 0; i < keys.size(); ++i)
+    EXPECT_EQ(map.SetAt(keys[i], static_cast<int>(i)), 1);
+  EXPECT_EQ(map.SetAt(3000, 42), 0);
+  for (int k = 0; k < 5000; ++k) // grows the direct table over hashed keys
+    map.FindOrAdd(10000 + k);
+  EXPECT_EQ(map.GetCount(), static_cast<int>(keys.size()) + 5000);
+  EXPECT_EQ(*map.PLookup(-3), 1);
+  EXPECT_EQ(*map.PLookup(2000000000), 2);
+  EXPECT_EQ(*map.PLookup(3000), 42);
+  EXPECT_EQ(*map.PLookup(1 << 20), 6);
+  EXPECT_FALSE(map.Contains(4));
+  EXPECT_FALSE(map.Contains(-4));
+  int i = 0;
+  for (const auto& [key, value] : map) {
+    if (i < static_cast<int>(keys.size())) {
+      EXPECT_EQ(key, keys[static_cast<std::size_t>(i)]);
+    }
+    ++i;
+  }
+  map.RemoveAll();
+  EXPECT_FALSE(map.Contains(5));
+  EXPECT_EQ(map.PLookup(2000000000), nullptr);
+}
