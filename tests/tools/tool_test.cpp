@@ -1,0 +1,203 @@
+// The meshcore command as users run it: a separate process, its output and status.
+#include "tests/platform/test_env.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct ToolRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string Slurp(int fd) {
+  std::string text;
+  std::array<char, 4096> buffer;
+  for (ssize_t n; (n = read(fd, buffer.data(), buffer.size())) > 0;)
+    text.append(buffer.data(), static_cast<std::size_t>(n));
+  return text;
+}
+
+// Runs the tool with args; standard error goes to a file so that neither pipe can fill up.
+ToolRun RunTool(std::vector<std::string> args) {
+  const fs::path errFile =
+      fs::temp_directory_path() / ("meshcore_tool_err_" + std::to_string(getpid()));
+  int outPipe[2];
+  if (pipe(outPipe) != 0)
+    return {};
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(outPipe[1], STDOUT_FILENO);
+    std::FILE* err = std::fopen(errFile.c_str(), "w");
+    if (err)
+      dup2(fileno(err), STDERR_FILENO);
+    close(outPipe[0]);
+    std::vector<char*> argv;
+    std::string tool = MESHCORE_TOOL_PATH;
+    argv.push_back(tool.data());
+    for (std::string& a : args)
+      argv.push_back(a.data());
+    argv.push_back(nullptr);
+    execv(tool.c_str(), argv.data());
+    _exit(127);
+  }
+  close(outPipe[1]);
+  ToolRun run;
+  run.out = Slurp(outPipe[0]);
+  close(outPipe[0]);
+  int raw = 0;
+  waitpid(pid, &raw, 0);
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 1000 + WTERMSIG(raw);
+  std::ifstream in(errFile);
+  run.err.assign(std::istreambuf_iterator<char>(in), {});
+  fs::remove(errFile);
+  return run;
+}
+
+class Tool : public ::testing::Test {
+protected:
+  void SetUp() override {
+    m_dir = meshcore::test::ScratchDir(
+        std::string("tool_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    // Never the user's own folder, and messages in English whatever the machine says.
+    m_home.emplace("MESHCORE_HOME", (m_dir / "home").string());
+    m_lang.emplace("LANG", "C");
+    m_all.emplace("LC_ALL", std::nullopt);
+    m_messages.emplace("LC_MESSAGES", std::nullopt);
+  }
+  std::string File(const std::string& name) const { return (m_dir / name).string(); }
+  static std::string Sample(const std::string& name) {
+    return std::string(MESHCORE_SAMPLES_DIR) + "/lightwave/" + name;
+  }
+
+  fs::path m_dir;
+  std::optional<meshcore::test::ScopedEnv> m_home, m_lang, m_all, m_messages;
+};
+
+} // namespace
+
+TEST_F(Tool, VersionHelpAndUsage) {
+  ToolRun version = RunTool({"--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out.rfind("meshcore ", 0), 0u);
+  ToolRun help = RunTool({"--help"});
+  EXPECT_EQ(help.status, 0);
+  for (const char* word : {"info", "convert", "formats", "demo", "--json", "--tree", "130"})
+    EXPECT_NE(help.out.find(word), std::string::npos) << word;
+
+  EXPECT_EQ(RunTool({}).status, 2);
+  ToolRun bad = RunTool({"frobnicate"});
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_NE(bad.err.find("unknown command 'frobnicate'"), std::string::npos);
+  EXPECT_EQ(RunTool({"info", "--lang", "de", "x.lwo"}).status, 2);
+  EXPECT_EQ(RunTool({"info"}).status, 2);
+  EXPECT_EQ(RunTool({"convert", "only-one.lwo"}).status, 2);
+}
+
+TEST_F(Tool, FormatsTellWhatCanBeReadAndWritten) {
+  ToolRun text = RunTool({"formats"});
+  ASSERT_EQ(text.status, 0);
+  auto line = [&](const std::string& cls) {
+    const std::size_t at = text.out.find("\n" + cls + " ");
+    return at == std::string::npos ? std::string()
+                                   : text.out.substr(at + 1, text.out.find('\n', at + 1) - at - 1);
+  };
+  EXPECT_NE(line("LIGT").find("yes   yes"), std::string::npos) << line("LIGT");
+  EXPECT_NE(line("LIGT").find(".lwo"), std::string::npos);
+  EXPECT_NE(line("VRML"), "");
+  EXPECT_EQ(text.out.find("Photoshop"), std::string::npos); // only 3D types by default
+  EXPECT_NE(RunTool({"formats", "--all"}).out.find("Photoshop"), std::string::npos);
+
+  ToolRun json = RunTool({"formats", "--json"});
+  ASSERT_EQ(json.status, 0);
+  EXPECT_NE(json.out.find("\"class\": \"LIGT\""), std::string::npos);
+  EXPECT_NE(json.out.find("\"read\": true, \"write\": true"), std::string::npos);
+  EXPECT_EQ(json.out.front(), '[');
+}
+
+TEST_F(Tool, InfoDescribesScenes) {
+  ToolRun text = RunTool({"info", "--tree", Sample("hierarchy.lwo")});
+  ASSERT_EQ(text.status, 0) << text.err;
+  for (const char* part :
+       {"nodes      8 (4 polygonal", "points     290", "faces      306", "materials  3", "bbox",
+        "RootOfHierarchy [group]", "GrandChildOfRoot0 [polygonal, 8 points, 6 faces]"})
+    EXPECT_NE(text.out.find(part), std::string::npos) << part << "\n" << text.out;
+
+  ToolRun json = RunTool({"info", "--json", Sample("boxuv.lwo"), Sample("CellShader.lwo")});
+  ASSERT_EQ(json.status, 0) << json.err;
+  for (const char* key : {"\"file\"", "\"nodes\"", "\"points\": 24", "\"faces\": 6",
+                          "\"materials\": 1", "\"channels\": {\"texture\": 1",
+                          "\"bbox\": {\"min\": "
+                          "[-0.5, -0.5, -0.5], \"max\": [0.5, 0.5, 0.5]}"})
+    EXPECT_NE(json.out.find(key), std::string::npos) << key << "\n" << json.out;
+  EXPECT_EQ(json.out.front(), '[');
+  EXPECT_NE(json.out.find("},\n  {\"file\""), std::string::npos); // one object per file
+  EXPECT_TRUE(json.err.empty()) << json.err;
+}
+
+TEST_F(Tool, ErrorsHaveTheirOwnStatus) {
+  std::ofstream(File("garbage.lwo")) << "definitely not a Lightwave object";
+  std::ofstream(File("notes.xyz")) << "text";
+
+  ToolRun missing = RunTool({"info", File("missing.lwo")});
+  EXPECT_EQ(missing.status, 3);
+  EXPECT_NE(missing.err.find("missing.lwo"), std::string::npos);
+  ToolRun unknown = RunTool({"info", File("notes.xyz")});
+  EXPECT_EQ(unknown.status, 4);
+  EXPECT_NE(unknown.err.find("notes.xyz: Unknown file type"), std::string::npos) << unknown.err;
+  ToolRun bad = RunTool({"info", File("garbage.lwo")});
+  EXPECT_EQ(bad.status, 5);
+  EXPECT_NE(bad.err.find("garbage.lwo: Bad file format"), std::string::npos) << bad.err;
+  ToolRun french = RunTool({"info", "--lang", "fr", File("garbage.lwo")});
+  EXPECT_NE(french.err.find("Mauvais format de fichier"), std::string::npos) << french.err;
+  EXPECT_TRUE(bad.out.empty());
+
+  // Every file is tried; the first failure decides the status; JSON still lists each.
+  ToolRun mixed = RunTool({"info", "--json", File("garbage.lwo"), Sample("boxuv.lwo")});
+  EXPECT_EQ(mixed.status, 5);
+  EXPECT_NE(mixed.out.find("\"error\": \"Bad file format\""), std::string::npos);
+  EXPECT_NE(mixed.out.find("\"points\": 24"), std::string::npos);
+}
+
+TEST_F(Tool, ConvertFollowsTheOutputExtension) {
+  ToolRun ok = RunTool({"convert", Sample("hierarchy.lwo"), File("copy.lwo")});
+  ASSERT_EQ(ok.status, 0) << ok.err;
+  EXPECT_NE(ok.out.find("290 points, 306 faces"), std::string::npos) << ok.out;
+  ToolRun back = RunTool({"info", "--json", File("copy.lwo")});
+  EXPECT_NE(back.out.find("\"points\": 290, \"faces\": 306, \"materials\": 3"), std::string::npos)
+      << back.out;
+  EXPECT_TRUE(RunTool({"convert", "--silent", Sample("boxuv.lwo"), File("quiet.lwo")}).out.empty());
+
+  // No codec writes these: refused before reading, and nothing is created.
+  ToolRun noWriter = RunTool({"convert", Sample("boxuv.lwo"), File("out.wrl")});
+  EXPECT_EQ(noWriter.status, 4);
+  EXPECT_NE(noWriter.err.find("out.wrl: Unknown file type"), std::string::npos);
+  EXPECT_FALSE(fs::exists(File("out.wrl")));
+  EXPECT_EQ(RunTool({"convert", File("missing.lwo"), File("out.lwo")}).status, 3);
+  EXPECT_FALSE(fs::exists(File("out.lwo")));
+}
+
+TEST_F(Tool, DemoSavesAndReadsBackItsScene) {
+  ToolRun demo = RunTool({"demo", File("demo")});
+  ASSERT_EQ(demo.status, 0) << demo.err;
+  EXPECT_NE(demo.out.find("read it back"), std::string::npos);
+  EXPECT_NE(demo.out.find("3 polygonal"), std::string::npos) << demo.out;
+  EXPECT_NE(demo.out.find("channels   1 texture, 1 colour"), std::string::npos) << demo.out;
+  EXPECT_TRUE(fs::exists(File("demo/demo.lwo")));
+  // Without a folder the file goes to a temporary folder, named only by its file name.
+  ToolRun temp = RunTool({"demo"});
+  EXPECT_EQ(temp.status, 0);
+  EXPECT_NE(temp.out.find("\ndemo.lwo\n"), std::string::npos) << temp.out;
+}
