@@ -53,14 +53,16 @@ std::string LwClipNameToLocal(std::string_view fileName) {
 }
 
 std::string LwLocalNameToClip(std::string_view localName) {
+  // Either separator may appear: the local form may already be the platform's.
+  auto isSep = [](char c) { return c == '\\' || c == '/'; };
   std::string s(localName);
-  bool rooted = s.find(':') != std::string::npos || (!s.empty() && s[0] == '\\');
+  bool rooted = s.find(':') != std::string::npos || (!s.empty() && isSep(s[0]));
   if (!rooted) {
-    if (s.size() >= 2 && s[0] == '.' && s[1] == '\\')
+    if (s.size() >= 2 && s[0] == '.' && isSep(s[1]))
       s.erase(0, 2);
   } else {
-    auto colon = s.find(":\\");
-    if (colon != std::string::npos)
+    auto colon = s.find(':');
+    if (colon != std::string::npos && colon + 1 < s.size() && isSep(s[colon + 1]))
       s.erase(colon + 1, 1);
   }
   for (auto& c : s)

@@ -61,7 +61,6 @@ struct st_lwPolygon {
   std::uint32_t firstVertex = 0;   // into st_lwLayer::polygonVertices
   std::uint16_t vertexCount = 0;
   std::uint16_t flags = 0; // the high 6 bits of the count word
-  float normal[3] = {0, 0, 0};
 };
 
 // One VMAP (per point) or VMAD (per polygon vertex) chunk. Entries are stored
@@ -100,6 +99,8 @@ struct st_lwLayer {
   std::vector<std::uint32_t> smoothingGroups;
   std::vector<st_lwVMap> vmaps;
 
+  // Three floats per polygon, built on request.
+  std::vector<float> polygonNormals;
   // Point -> polygons that use it (compressed rows), built on request.
   std::vector<std::uint32_t> pointPolygonStart; // points + 1 offsets
   std::vector<std::uint32_t> pointPolygons;

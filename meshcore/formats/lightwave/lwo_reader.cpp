@@ -844,8 +844,9 @@ void LwComputeBoundingBox(st_lwLayer& layer) {
 }
 
 void LwComputePolygonNormals(st_lwLayer& layer) {
-  for (auto& poly : layer.polygons) {
-    poly.normal[0] = poly.normal[1] = poly.normal[2] = 0.0f;
+  layer.polygonNormals.assign(layer.polygons.size() * 3, 0.0f);
+  for (std::size_t i = 0; i < layer.polygons.size(); ++i) {
+    const auto& poly = layer.polygons[i];
     if (poly.vertexCount < 3)
       continue;
     const std::uint32_t* v = layer.Vertices(poly);
@@ -858,7 +859,7 @@ void LwComputePolygonNormals(st_lwLayer& layer) {
     float len = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
     if (len > 0.0f && std::isfinite(len))
       for (int k = 0; k < 3; ++k)
-        poly.normal[k] = n[k] / len;
+        layer.polygonNormals[i * 3 + k] = n[k] / len;
   }
 }
 
@@ -888,21 +889,24 @@ void LwComputeVertexNormals(st_lwLayer& layer, const std::vector<st_lwSurface>& 
   // only, so that a hostile file cannot make this quadratic.
   constexpr std::uint32_t kMaxNeighbours = 1024;
   layer.vertexNormals.assign(layer.polygonVertices.size() * 3, 0.0f);
-  for (const auto& poly : layer.polygons) {
+  const float* normals = layer.polygonNormals.data();
+  for (std::size_t p = 0; p < layer.polygons.size(); ++p) {
+    const auto& poly = layer.polygons[p];
+    const float* own = normals + p * 3;
     float angle = poly.surface < surfaces.size() ? surfaces[poly.surface].smoothingAngle : 0.0f;
     float limit = std::cos(angle);
     const std::uint32_t* v = layer.Vertices(poly);
     for (unsigned i = 0; i < poly.vertexCount; ++i) {
       float* out = &layer.vertexNormals[(std::size_t(poly.firstVertex) + i) * 3];
-      float n[3] = {poly.normal[0], poly.normal[1], poly.normal[2]};
+      float n[3] = {own[0], own[1], own[2]};
       if (angle > 0.0f) {
         std::uint32_t b = layer.pointPolygonStart[v[i]], e = layer.pointPolygonStart[v[i] + 1];
         e = std::min(e, b + kMaxNeighbours);
         n[0] = n[1] = n[2] = 0.0f;
         for (std::uint32_t k = b; k < e; ++k) {
-          const float* m = layer.polygons[layer.pointPolygons[k]].normal;
-          float dot = m[0] * poly.normal[0] + m[1] * poly.normal[1] + m[2] * poly.normal[2];
-          if (dot >= limit || &layer.polygons[layer.pointPolygons[k]] == &poly)
+          const float* m = normals + std::size_t(layer.pointPolygons[k]) * 3;
+          float dot = m[0] * own[0] + m[1] * own[1] + m[2] * own[2];
+          if (dot >= limit || layer.pointPolygons[k] == p)
             for (int c = 0; c < 3; ++c)
               n[c] += m[c];
         }

@@ -53,7 +53,8 @@ TEST(LwoChunks, Lwo2WithoutLayerAndDefaults) {
   // Bounding box computed, normals and point polygons built.
   EXPECT_FLOAT_EQ(layer.bbox[3], 1.0f);
   EXPECT_FLOAT_EQ(layer.bbox[4], 1.0f);
-  EXPECT_FLOAT_EQ(std::fabs(layer.polygons[0].normal[2]), 1.0f);
+  ASSERT_EQ(layer.polygonNormals.size(), 3u);
+  EXPECT_FLOAT_EQ(std::fabs(layer.polygonNormals[2]), 1.0f);
   ASSERT_EQ(layer.pointPolygonStart.size(), 5u);
   EXPECT_EQ(layer.pointPolygonStart[4], 4u);
   ASSERT_EQ(layer.vertexNormals.size(), 12u);
@@ -514,6 +515,9 @@ TEST(LwoChunks, ClipNameConversions) {
   EXPECT_EQ(LwLocalNameToClip(".\\maps\\wood.png"), "maps/wood.png");
   EXPECT_EQ(LwLocalNameToClip("HQ:\\ASSIMP\\earth.jpg"), "HQ:ASSIMP/earth.jpg");
   EXPECT_EQ(LwLocalNameToClip("\\abs\\a.png"), "/abs/a.png");
+  // The local form with the platform's separators converts the same way.
+  EXPECT_EQ(LwLocalNameToClip("./maps/wood.png"), "maps/wood.png");
+  EXPECT_EQ(LwLocalNameToClip("HQ:/ASSIMP/earth.jpg"), "HQ:ASSIMP/earth.jpg");
   for (const char* name : {"boxuv.png", "maps/wood.png", "HQ:ASSIMP/earth.jpg"})
     EXPECT_EQ(LwLocalNameToClip(LwClipNameToLocal(name)), name);
 }

@@ -1,0 +1,127 @@
+#pragma once
+// The codec of Lightwave object files: reads "LWOB" and "LWO2" into a scene,
+// writes a scene as one "LWO2" file.
+
+#include "meshcore/formats/lightwave/lwo_object.h"
+#include "meshcore/formats/lightwave/lwo_writer.h"
+#include "meshcore/io/parser_3d.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace meshcore {
+
+class C3DBaseObject;
+class C3DScene;
+class C3DSceneNode;
+
+// Custom-data record that object and layer-group nodes carry, and the layer
+// number + 1 in it.
+inline constexpr unsigned kCustomLightwave = LwId("LWOB");
+inline constexpr unsigned kCustomLayerNumber = LwId("LYRN");
+
+class CLightwaveIo : public C3DParser {
+public:
+  explicit CLightwaveIo(CFileIo& owner);
+  ~CLightwaveIo() override;
+
+  // A new scene, or null with the owner's error set: -3 for a file that is
+  // not a valid Lightwave object, -9 when cancelled, -7 when nothing results.
+  C3DScene* Read(const std::string& name, unsigned flags) override;
+  // 1, or 0 with -1 (cannot open), -7 (no node), -8 (something does not fit the format).
+  int Save(const std::string& name, C3DScene* scene, unsigned flags) override;
+
+  // The same from and to memory.
+  C3DScene* ReadFromMemory(const void* data, std::size_t size, unsigned flags);
+  int SaveToMemory(C3DScene* scene, unsigned flags, std::vector<std::uint8_t>& out);
+
+  // Writing primitives; the "file" is the buffer the file is written from.
+  std::size_t BeginWriteChunk(CLwoWriter& file, std::uint32_t id, int longChunk) {
+    return file.BeginWriteChunk(id, longChunk != 0);
+  }
+  void EndWriteChunk(CLwoWriter& file, std::size_t position, int longChunk) {
+    file.EndWriteChunk(position, longChunk != 0);
+  }
+  void WriteString(CLwoWriter& file, const std::string& s) { file.WriteString(s); }
+  int WriteVXChunk(CLwoWriter& file, std::uint32_t index) { return file.WriteVXChunk(index); }
+  void WriteShortChunk(CLwoWriter& file, std::uint16_t v, std::uint32_t id) {
+    file.WriteShortChunk(v, id);
+  }
+  void WriteIntChunk(CLwoWriter& file, std::uint32_t v, std::uint32_t id) {
+    file.WriteIntChunk(v, id);
+  }
+  void WriteFloatChunk(CLwoWriter& file, float v, std::uint32_t id) { file.WriteFloatChunk(v, id); }
+  void WriteFloatEnvChunk(CLwoWriter& file, float v, std::uint32_t id) {
+    file.WriteFloatEnvChunk(v, id);
+  }
+  void WriteColorChunk(CLwoWriter& file, const float rgb[3], std::uint32_t id) {
+    file.WriteColorChunk(rgb, id);
+  }
+
+  // While reading: the layer being converted and the number of layers.
+  const st_lwLayer* GetActiveLayer() const { return m_activeLayer; }
+  int GetLayerNbr() const { return m_object ? int(m_object->layers.size()) : 0; }
+
+protected:
+  // Reading steps.
+  unsigned GetMaterial(C3DBaseObject* object, std::uint32_t surface);
+  void CreateUVWChannel(C3DBaseObject* object, const st_lwLayer& layer, std::size_t first,
+                        std::size_t end, int faceCount);
+  void CreateVCChannel(C3DBaseObject* object, const st_lwLayer& layer, std::size_t first,
+                       std::size_t end, int faceCount);
+  C3DSceneNode* CreateNode(C3DScene* scene, C3DBaseObject* object, const st_lwLayer& layer);
+
+  // Writing steps.
+  int SaveLightwave6(CLwoWriter& file, C3DScene* scene);
+  void SaveMaterialsNames6(CLwoWriter& file);
+  void SaveClips6(CLwoWriter& file);
+  void SaveLayer6(CLwoWriter& file, unsigned number, const std::string& name, unsigned flags,
+                  unsigned parent);
+  bool SaveObjects6(CLwoWriter& file, C3DBaseObject* object, std::uint32_t kind);
+  void SaveUV6(CLwoWriter& file, C3DBaseObject* object);
+  void SaveVC6(CLwoWriter& file, C3DBaseObject* object);
+  void SaveMaterials6(CLwoWriter& file);
+
+private:
+  struct Layout;
+  struct SurfaceValues;
+  C3DScene* BuildScene(unsigned flags);
+  void WriteSurface(CLwoWriter& file, const SurfaceValues& surface);
+  void ConvertLayer(const st_lwLayer& layer);
+  void ConvertRun(const st_lwLayer& layer, std::size_t first, std::size_t end);
+  void ConvertCurve(const st_lwLayer& layer, const st_lwPolygon& poly);
+  void PlanLayers(C3DSceneNode* parent, int parentLayer, Layout& layout);
+  std::uint32_t TagOf(std::uint32_t materialID);
+  void ResetReadState();
+  void ResetWriteState();
+
+  // Reading state.
+  C3DScene* m_scene = nullptr;
+  std::unique_ptr<st_lwObject> m_object;
+  const st_lwLayer* m_activeLayer = nullptr;
+  std::vector<std::int64_t> m_surfaceMaterial; // surface -> material id, -1 until converted
+  std::vector<std::string> m_surfaceUVMap;     // surface -> texture map of its image block
+  std::set<std::string> m_materialNames;       // names used so far
+  std::map<std::uint32_t, C3DSceneNode*> m_layerGroups;
+  std::vector<std::int32_t> m_pointRemap; // layer point -> object point, -1 when unused
+
+  // Writing state.
+  unsigned m_layerCounter = 0;
+  unsigned m_vmapCounter = 0;
+  C3DScene* m_saveScene = nullptr;
+  std::unordered_map<std::uint32_t, std::uint32_t> m_materialTag;
+  std::uint32_t m_fallbackTag = kLwNone; // for faces whose material is missing
+  std::unordered_map<unsigned, std::string> m_channelMapName;
+  std::unordered_map<std::uint32_t, std::string> m_materialMapName;
+  std::map<std::string, std::uint32_t> m_clipIndex; // image file -> clip index
+  std::unordered_map<std::uint32_t, std::uint32_t> m_materialClip;
+  bool m_saveFailed = false;
+};
+
+} // namespace meshcore
