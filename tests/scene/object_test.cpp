@@ -1,5 +1,7 @@
 #include "mesh_fixtures.h"
 
+#include "meshcore/mesh/face_normal_channel.h"
+#include "meshcore/mesh/point_normal_channel.h"
 #include "meshcore/platform/archive.h"
 #include "meshcore/platform/byte_stream.h"
 #include "meshcore/platform/string_table.h"
@@ -113,6 +115,28 @@ TEST_F(ObjectTest, BoundingBoxCaching) {
   C3DGroup group;
   EXPECT_EQ(group.GetBoundingBox(lo, hi, 0), 0);
   EXPECT_EQ(group.GetCG(cg), 0);
+}
+
+TEST_F(ObjectTest, NormalChannelsAreMadeOnDemand) {
+  auto mesh = NewMesh();
+  FillMesh(*mesh, 3, {{0, 1, 2}});
+  CPointNormalChannel* pn = mesh->GetPointNormalChannel();
+  ASSERT_NE(pn, nullptr);
+  EXPECT_EQ(pn->GetPointList()->GetSize(), 3);
+  EXPECT_TRUE(pn->IsValid());
+  // Asked again, the same channel is recomputed rather than added.
+  EXPECT_EQ(mesh->GetPointNormalChannel(), pn);
+  CFaceNormalChannel* fn = mesh->GetFaceNormalChannel();
+  ASSERT_NE(fn, nullptr);
+  EXPECT_EQ(fn->GetPointList()->GetSize(), 1);
+  EXPECT_EQ(mesh->GetChannels()->GetSize(), 2);
+  // Normals are not carried by geometry copies between objects.
+  auto other = NewMesh();
+  other->Concatenate(mesh.get(), 0);
+  EXPECT_EQ(other->GetChannels()->GetSize(), 0);
+  C3DCurve curve;
+  EXPECT_EQ(curve.GetPointNormalChannel(), nullptr);
+  EXPECT_EQ(C3DGroup().GetFaceNormalChannel(), nullptr);
 }
 
 TEST_F(ObjectTest, CopyCarriesGeometryChannelsAndHints) {
