@@ -351,8 +351,9 @@ void C3DScene::CheckoutNode(int flags) {
     const int count = ++perKind[object->GetKindOf()];
     if (node->GetName().empty())
       node->SetName(NumberedName(object->GetTypeString(), count));
+    // A clone shares its owner's points, which its owner's node moves.
     if ((flags & SCENE_IMPORT_KEEP_POINTS) || object->GetKindOf() == OBJECT_GROUP ||
-        !object->GetPointList())
+        !object->GetPointList() || node->IsClone())
       continue;
     // The object's points are moved so that its pivot, as the node's world
     // transform orients it, lands on the node's origin.

@@ -464,15 +464,6 @@ TEST_F(SceneTest, MaterialQueries) {
   EXPECT_EQ(scene.FindMaterial(probe, 1), nullptr);
   probe.SetName("b");
   EXPECT_EQ(scene.FindMaterial(probe, 1), b);
-  EXPECT_EQ(scene.GetMaterialID("a"), a->GetMaterialID());
-  EXPECT_EQ(scene.GetMaterialID("zz"), 0xFFFFFFFFu);
-  unsigned id = 0;
-  EXPECT_EQ(scene.IsMaterialExist(probe, id), 1);
-  EXPECT_EQ(id, b->GetMaterialID());
-  MaterialPosition pos = scene.GetFirstMaterial();
-  EXPECT_EQ(scene.GetNextMaterial(pos), a);
-  EXPECT_EQ(scene.GetNextMaterial(pos), b);
-  EXPECT_EQ(pos, 0u);
 }
 
 TEST_F(SceneTest, GroupBoxesAndCentres) {
