@@ -446,34 +446,17 @@ TEST_F(Dispatch, NumberedSeries) {
   EXPECT_EQ(io.FindMatchingFile(found, File("walk55.tstc").c_str(), nullptr), 0);
 }
 
-TEST_F(Dispatch, DialogsFollowTheTypeProperties) {
+TEST_F(Dispatch, AskingAboutAFormatWithoutAFile) {
+  // The name is the bare main extension, which still names the type.
   CFileExt dialogs("Dialog test files", ".tstd", fileMakeClassCode("TSTD"),
                    FILE_CAN_READ | FILE_READ_DIALOG | FILE_WRITE_OPTIONS | 0x4000);
   fileRegisterFile(dialogs);
-  const unsigned code = fileMakeClassCode("TSTD");
-  EXPECT_EQ(CFileIo::HasDialog(code, 1), IO_MUST_SHOW_DIALOG);
-  EXPECT_EQ(CFileIo::HasDialog(code, 0), IO_HAS_OPTIONS);
-  EXPECT_EQ(CFileIo::HasDialog(kTestClass, 1), IO_NO_DIALOG);
-  EXPECT_EQ(CFileIo::HasDialog(fileMakeClassCode("NONE"), 1), IO_NO_DIALOG);
-
-  CFileIo byClass(code, FILE_PARSER_LOADING);
+  CFileIo byClass(fileMakeClassCode("TSTD"), FILE_PARSER_LOADING);
   EXPECT_EQ(byClass.GetCompleteName(), ".tstd");
-  EXPECT_EQ(byClass.GetClass(), code);
+  EXPECT_EQ(byClass.GetClass(), fileMakeClassCode("TSTD"));
   TestCodec reading(byClass);
   EXPECT_EQ(reading.MustShowDialog(), IO_MUST_SHOW_DIALOG);
   byClass.SetFlag(FILE_PARSER_LOADING, 0);
   EXPECT_EQ(reading.MustShowDialog(), IO_NO_DIALOG); // options, but no dialog required
-
-  // Copies take name, flags, parameters and error, never the codec.
-  C3DIo original(File("scene.tstc"),
-                 FILE_PARSER_LOADING | FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS);
-  ASSERT_NE(original.InitParser(), nullptr);
-  original.GetCustomData().SetInt(kOptionTag, 5);
-  original.SetIoError(IO_FILE_DISK_FULL);
-  CFileIo copy(original);
-  EXPECT_EQ(copy.GetCompleteName(), File("scene.tstc"));
-  EXPECT_EQ(copy.GetFlags(), original.GetFlags());
-  EXPECT_EQ(copy.GetIoError(), IO_FILE_DISK_FULL);
-  EXPECT_TRUE(copy.GetCustomData().HasData(kOptionTag));
-  EXPECT_EQ(copy.InitParser(), nullptr);
+  EXPECT_EQ(CFileIo::HasDialog(fileMakeClassCode("TSTD"), 0), IO_HAS_OPTIONS);
 }
