@@ -117,12 +117,32 @@ class ChannelBuilder {
 public:
   ChannelBuilder(const st_lwLayer& layer, std::vector<NamedMaps>& maps,
                  const std::vector<std::string>& surfaceMap, bool colours)
-      : layer_(layer), maps_(maps), surfaceMap_(surfaceMap), colours_(colours) {}
+      : layer_(layer), maps_(maps), surfaceMap_(surfaceMap), colours_(colours) {
+    // The usual case, one per-point map, takes a short path.
+    if (maps_.size() == 1 && maps_[0].perPolygon.empty() && maps_[0].perPoint) {
+      single_ = &maps_[0];
+      single_->entryPoint.assign(single_->perPoint->EntryCount(), -1);
+      values_.reserve(single_->perPoint->EntryCount() + 1);
+    }
+  }
 
   // Channel point of corner k (file order) of polygon p.
   std::int32_t Corner(std::size_t p, unsigned k) {
     const st_lwPolygon& poly = layer_.polygons[p];
     const std::uint32_t point = layer_.Vertices(poly)[k];
+    if (single_) {
+      std::int32_t e = single_->perPoint->attached[point];
+      if (e >= 0) {
+        std::int32_t& id = single_->entryPoint[std::size_t(e)];
+        if (id < 0) {
+          found_ = true;
+          id = std::int32_t(values_.size());
+          values_.push_back(Convert(*single_->perPoint, std::size_t(e)));
+        }
+        return id;
+      }
+      return None();
+    }
     for (int m : Order(poly.surface)) {
       NamedMaps& named = maps_[std::size_t(m)];
       for (const st_lwVMap* vmad : named.perPolygon) {
@@ -136,17 +156,20 @@ public:
           return FromPoint(named, std::size_t(e));
       }
     }
-    if (none_ < 0) {
-      none_ = std::int32_t(values_.size());
-      values_.push_back(Default());
-    }
-    return none_;
+    return None();
   }
 
   bool FoundAny() const { return found_; }
   const std::vector<Value>& Values() const { return values_; }
 
 private:
+  std::int32_t None() {
+    if (none_ < 0) {
+      none_ = std::int32_t(values_.size());
+      values_.push_back(Default());
+    }
+    return none_;
+  }
   Value Default() const {
     Value v;
     if (colours_)
@@ -215,7 +238,24 @@ private:
   std::vector<std::vector<int>> orders_;
   std::int32_t none_ = -1;
   bool found_ = false;
+  NamedMaps* single_ = nullptr;
 };
+
+// The distinct surfaces of polygons [first, end), in first-use order.
+std::vector<std::uint32_t> RunSurfaces(const st_lwLayer& layer, std::size_t first, std::size_t end,
+                                       std::size_t surfaceCount) {
+  std::vector<std::uint32_t> surfaces;
+  std::vector<bool> seen(surfaceCount + 1, false);
+  for (std::size_t p = first; p < end; ++p) {
+    std::uint32_t s = layer.polygons[p].surface;
+    std::size_t key = s < surfaceCount ? s : surfaceCount;
+    if (!seen[key]) {
+      seen[key] = true;
+      surfaces.push_back(s);
+    }
+  }
+  return surfaces;
+}
 
 // Fills a channel face list parallel to the mesh faces of the run.
 template <class FaceList, class Builder>
@@ -511,8 +551,7 @@ void CLightwaveIo::CreateUVWChannel(C3DBaseObject* object, const st_lwLayer& lay
   if (object->GetGlobalUVWChannel() == kNoChannel)
     object->SetGlobalUVWChannel(id);
   // Image maps of the run's materials are placed by this channel.
-  for (std::size_t p = first; p < end; ++p) {
-    std::uint32_t s = layer.polygons[p].surface;
+  for (std::uint32_t s : RunSurfaces(layer, first, end, m_surfaceMaterial.size())) {
     if (s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0)
       if (C3DMaterial* m = m_scene->GetMaterial(unsigned(m_surfaceMaterial[s])))
         if (CMaterialMap* map = m->GetDiffuseMaps(); map && map->GetChannelID() == kNoChannel)
@@ -546,8 +585,7 @@ void CLightwaveIo::CreateVCChannel(C3DBaseObject* object, const st_lwLayer& laye
   const unsigned id = channel->GetID();
   object->AddChannel(channel.release());
   // Materials whose surface asks for vertex colours are coloured by this channel.
-  for (std::size_t p = first; p < end; ++p) {
-    std::uint32_t s = layer.polygons[p].surface;
+  for (std::uint32_t s : RunSurfaces(layer, first, end, m_surfaceMaterial.size())) {
     if (s >= m_surfaceMaterial.size() || m_surfaceMaterial[s] < 0 ||
         m_object->surfaces[s].vcolName.empty())
       continue;

@@ -1,0 +1,190 @@
+// Loading a large Lightwave object: the whole codec through C3DIo against a
+// floor that only reads the file and decodes its points and polygons into
+// flat arrays. The file (an N x N grid of quads, three surfaces, a per-point
+// texture map) is generated on first use.
+
+#include "meshcore/formats/library.h"
+#include "meshcore/formats/lightwave/lwo_bytes.h"
+#include "meshcore/formats/lightwave/lwo_writer.h"
+#include "meshcore/io/file_io.h"
+#include "meshcore/io/io_3d.h"
+#include "meshcore/scene/scene.h"
+
+#include <benchmark/benchmark.h>
+
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+using namespace meshcore;
+
+namespace {
+
+void WriteGrid(const std::string& path, int n) {
+  CLwoWriter w;
+  const std::uint32_t side = std::uint32_t(n) + 1;
+  auto form = w.BeginWriteChunk(lwid::FORM, true);
+  w.WriteID(lwid::LWO2);
+  auto tags = w.BeginWriteChunk(lwid::TAGS, true);
+  for (const char* name : {"Red", "Green", "Blue"})
+    w.WriteString(name);
+  w.EndWriteChunk(tags, true);
+  auto layr = w.BeginWriteChunk(lwid::LAYR, true);
+  w.WriteU2(0);
+  w.WriteU2(0);
+  for (int i = 0; i < 3; ++i)
+    w.WriteF4(0);
+  w.WriteString("grid");
+  w.EndWriteChunk(layr, true);
+
+  auto pnts = w.BeginWriteChunk(lwid::PNTS, true);
+  for (std::uint32_t y = 0; y < side; ++y)
+    for (std::uint32_t x = 0; x < side; ++x) {
+      w.WriteF4(float(x));
+      w.WriteF4(float(y));
+      w.WriteF4(float((x * 7 + y * 3) % 5) * 0.1f);
+    }
+  w.EndWriteChunk(pnts, true);
+
+  auto vmap = w.BeginWriteChunk(lwid::VMAP, true);
+  w.WriteID(lwid::TXUV);
+  w.WriteU2(2);
+  w.WriteString("uv");
+  for (std::uint32_t i = 0; i < side * side; ++i) {
+    w.WriteVXChunk(i);
+    w.WriteF4(float(i % side) / float(n));
+    w.WriteF4(float(i / side) / float(n));
+  }
+  w.EndWriteChunk(vmap, true);
+
+  auto pols = w.BeginWriteChunk(lwid::POLS, true);
+  w.WriteID(lwid::FACE);
+  for (std::uint32_t y = 0; y < std::uint32_t(n); ++y)
+    for (std::uint32_t x = 0; x < std::uint32_t(n); ++x) {
+      std::uint32_t a = y * side + x;
+      w.WriteU2(4);
+      w.WriteVXChunk(a);
+      w.WriteVXChunk(a + side);
+      w.WriteVXChunk(a + side + 1);
+      w.WriteVXChunk(a + 1);
+    }
+  w.EndWriteChunk(pols, true);
+
+  auto ptag = w.BeginWriteChunk(lwid::PTAG, true);
+  w.WriteID(lwid::SURF);
+  for (std::uint32_t i = 0; i < std::uint32_t(n) * std::uint32_t(n); ++i) {
+    w.WriteVXChunk(i);
+    w.WriteU2(std::uint16_t(i % 3));
+  }
+  w.EndWriteChunk(ptag, true);
+
+  const float colours[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  const char* names[3] = {"Red", "Green", "Blue"};
+  for (int s = 0; s < 3; ++s) {
+    auto surf = w.BeginWriteChunk(lwid::SURF, true);
+    w.WriteString(names[s]);
+    w.WriteString("");
+    w.WriteColorChunk(colours[s], lwid::COLR);
+    w.WriteFloatEnvChunk(1.0f, lwid::DIFF);
+    w.EndWriteChunk(surf, true);
+  }
+  w.EndWriteChunk(form, true);
+
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  std::fwrite(w.GetBuffer().data(), 1, w.GetBuffer().size(), f);
+  std::fclose(f);
+}
+
+const std::string& GridFile(int n) {
+  static std::map<int, std::string> files;
+  auto& path = files[n];
+  if (path.empty()) {
+    path = (std::filesystem::temp_directory_path() /
+            ("meshcore_bench_grid_" + std::to_string(n) + ".lwo"))
+               .string();
+    WriteGrid(path, n);
+  }
+  return path;
+}
+
+double PeakMegabytes() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return double(usage.ru_maxrss) / 1024.0;
+}
+
+void BM_LightwaveFullLoad(benchmark::State& state) {
+  InitMeshcore();
+  const std::string& path = GridFile(int(state.range(0)));
+  std::size_t faces = 0;
+  for (auto _ : state) {
+    C3DIo io(path, FILE_PARSER_SILENT);
+    std::unique_ptr<C3DScene> scene(io.Read(0, 0));
+    if (!scene) {
+      state.SkipWithError("read failed");
+      return;
+    }
+    faces = std::size_t(scene->GetFaceNbr());
+  }
+  state.counters["faces"] = double(faces);
+  state.counters["file_MB"] = double(std::filesystem::file_size(path)) / 1e6;
+  state.counters["peak_rss_MB"] = PeakMegabytes();
+}
+
+// Reads the file and decodes PNTS and POLS into flat arrays, nothing more.
+void BM_LightwaveFloor(benchmark::State& state) {
+  const std::string& path = GridFile(int(state.range(0)));
+  std::size_t polygons = 0;
+  for (auto _ : state) {
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    std::size_t size = std::filesystem::file_size(path);
+    std::unique_ptr<std::uint8_t[]> bytes(new std::uint8_t[size]);
+    if (std::fread(bytes.get(), 1, size, f) != size) {
+      std::fclose(f);
+      state.SkipWithError("read failed");
+      return;
+    }
+    std::fclose(f);
+    std::vector<float> points;
+    std::vector<std::uint32_t> counts, indices;
+    for (std::size_t pos = 12; pos + 8 <= size;) {
+      std::uint32_t id = lwbytes::LoadU4(&bytes[pos]);
+      std::uint32_t length = lwbytes::LoadU4(&bytes[pos + 4]);
+      const std::uint8_t* p = &bytes[pos + 8];
+      const std::uint8_t* end = p + length;
+      if (id == lwid::PNTS) {
+        points.resize(length / 4);
+        for (std::size_t i = 0; i < points.size(); ++i)
+          points[i] = lwbytes::LoadF4(p + 4 * i);
+      } else if (id == lwid::POLS) {
+        counts.reserve(length / 10);
+        indices.reserve(length / 3);
+        for (p += 4; p < end;) {
+          unsigned n = lwbytes::LoadU2(p) & 0x3FF;
+          p += 2;
+          counts.push_back(n);
+          for (unsigned k = 0; k < n; ++k) {
+            unsigned s;
+            indices.push_back(lwbytes::LoadVX(p, s));
+            p += s;
+          }
+        }
+      }
+      pos += 8 + length + (length & 1);
+    }
+    polygons = counts.size();
+    benchmark::DoNotOptimize(points.data());
+    benchmark::DoNotOptimize(indices.data());
+  }
+  state.counters["polygons"] = double(polygons);
+}
+
+} // namespace
+
+BENCHMARK(BM_LightwaveFullLoad)->Arg(1000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_LightwaveFloor)->Arg(1000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
