@@ -51,13 +51,16 @@ bool QvMField::ReadValue(QvTextSource& in) {
   }
   int i = 1;
   for (;; ++i) {
+    // Grown by half again each time, so long lists do not resize at every value.
     if (i > GetNum())
-      AllocValues(i);
+      AllocValues(i < 16 ? 16 : (i > INT_MAX / 3 * 2 ? INT_MAX : i / 2 * 3));
     if (!Read1Value(in, i - 1)) {
+      AllocValues(i - 1);
       in.PostError("Couldn't read value %d of field", i);
       return false;
     }
     if (!in.Read(c)) {
+      AllocValues(i);
       in.PostError("Expected '%c' or '%c' but got EOF while reading value %d", ',', ']', i);
       return false;
     }
@@ -70,6 +73,7 @@ bool QvMField::ReadValue(QvTextSource& in) {
     } else if (c == ']') {
       break;
     } else {
+      AllocValues(i);
       in.PostError("Expected '%c' or '%c' but got '%c' while reading value %d", ',', ']', c, i);
       return false;
     }

@@ -232,6 +232,16 @@ TEST(QvState, ExponentialGraphsAndDeepNestingAreBounded) {
   EXPECT_TRUE(deep.seen.empty());
   EXPECT_NE(std::string::npos, deep.errors.find("nested deeper than 20 levels"));
 
+  // Nesting just inside the reader's limit is read and walked to the bottom.
+  std::string legal;
+  for (int i = 0; i < QvReader::kMaxDepth - 1; ++i)
+    legal += "Separator {\n";
+  legal += "DEF bottom Cube {}" + std::string(QvReader::kMaxDepth - 1, '}');
+  Walk legalDeep(legal);
+  EXPECT_TRUE(legalDeep.ok);
+  ASSERT_EQ(1u, legalDeep.seen.size());
+  EXPECT_EQ("bottom", legalDeep.seen[0].name);
+
   // A callback can end the walk, and the next walk starts afresh.
   Walk stopped("Separator { Cube {} Cube {} Cube {} }", [](QvState& s) {
     s.SetCallback(QV_NODE_TYPE::Cube, [](QvNode&, QvState& st) { st.Stop(); });
