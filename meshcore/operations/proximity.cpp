@@ -30,35 +30,142 @@ float CellSizeFor(float tolerance) {
 } // namespace
 
 CProximityMap::CProximityMap(int expectedCells) {
-  if (expectedCells > 0)
-    m_cells.Reserve(static_cast<std::size_t>(expectedCells));
+  if (expectedCells > 0) {
+    Grow(static_cast<std::size_t>(expectedCells) * 2);
+    m_cells.reserve(static_cast<std::size_t>(expectedCells));
+    m_indices.reserve(static_cast<std::size_t>(expectedCells));
+  }
+}
+
+void CProximityMap::Grow(std::size_t want) {
+  std::size_t size = 16;
+  while (size < want)
+    size *= 2;
+  m_slots.assign(size, Slot());
+  m_mask = size - 1;
+  m_occupied.assign(size / 2, 0);
+  m_wordMask = size / 2 - 1;
+  for (std::size_t e = 0; e < m_cells.size(); ++e) {
+    m_occupied[BlockWord(m_cells[e])] |= std::uint64_t{1} << BlockBit(m_cells[e]);
+    std::size_t pos = IntCoordHash()(m_cells[e]) & m_mask;
+    while (m_slots[pos].entry >= 0)
+      pos = (pos + 1) & m_mask;
+    m_slots[pos] = {m_cells[e], static_cast<int>(e)};
+  }
+}
+
+void CProximityMap::Add(const IntCoord& cell, int index) {
+  if ((m_cells.size() + 1) * 2 > m_slots.size())
+    Grow(m_slots.empty() ? 16 : m_slots.size() * 2);
+  std::size_t pos = IntCoordHash()(cell) & m_mask;
+  while (m_slots[pos].entry >= 0 && m_slots[pos].cell != cell)
+    pos = (pos + 1) & m_mask;
+  if (m_slots[pos].entry < 0) {
+    m_occupied[BlockWord(cell)] |= std::uint64_t{1} << BlockBit(cell);
+    m_slots[pos] = {cell, static_cast<int>(m_cells.size())};
+    m_cells.push_back(cell);
+    m_indices.emplace_back();
+  }
+  m_indices[static_cast<std::size_t>(m_slots[pos].entry)].Add(index);
+}
+
+void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector<int>& out) const {
+  if (m_slots.empty())
+    return;
+  if (c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN || c.y == INT32_MAX ||
+      c.z == INT32_MIN || c.z == INT32_MAX) {
+    // At the edge of the grid: neighbours beyond it do not exist.
+    for (int k = 0; k < 27; ++k) {
+      const std::int64_t x = static_cast<std::int64_t>(c.x) + k / 9 - 1;
+      const std::int64_t y = static_cast<std::int64_t>(c.y) + (k / 3) % 3 - 1;
+      const std::int64_t z = static_cast<std::int64_t>(c.z) + k % 3 - 1;
+      if (x < INT32_MIN || x > INT32_MAX || y < INT32_MIN || y > INT32_MAX || z < INT32_MIN ||
+          z > INT32_MAX)
+        continue;
+      const int e = Find({static_cast<std::int32_t>(x), static_cast<std::int32_t>(y),
+                          static_cast<std::int32_t>(z)});
+      if (e >= 0)
+        out.push_back(e);
+    }
+    return;
+  }
+  // The 27 cells span at most two blocks per axis: fetch each block's word once.
+  const std::int32_t bx = (c.x - 1) >> 2, by = (c.y - 1) >> 2, bz = (c.z - 1) >> 2;
+  std::uint64_t words[8];
+  unsigned fetched = 0;
+  for (int k = 0; k < 27; ++k) {
+    if (k == 13 && self >= 0) {
+      out.push_back(self);
+      continue;
+    }
+    const IntCoord n{c.x + k / 9 - 1, c.y + (k / 3) % 3 - 1, c.z + k % 3 - 1};
+    const unsigned w =
+        static_cast<unsigned>(((n.x >> 2) - bx) << 2 | ((n.y >> 2) - by) << 1 | ((n.z >> 2) - bz));
+    if (!(fetched >> w & 1)) {
+      words[w] = m_occupied[BlockWord(n)];
+      fetched |= 1u << w;
+    }
+    if (!(words[w] >> BlockBit(n) & 1))
+      continue;
+    const int e = FindSlot(n);
+    if (e >= 0)
+      out.push_back(e);
+  }
 }
 
 void CProximityMap::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar.WriteCount(static_cast<std::uint64_t>(m_cells.GetCount()));
-    for (const auto& [cell, indices] : m_cells) {
-      ar << cell.x << cell.y << cell.z;
+    ar.WriteCount(static_cast<std::uint64_t>(m_cells.size()));
+    for (std::size_t e = 0; e < m_cells.size(); ++e) {
+      ar << m_cells[e].x << m_cells[e].y << m_cells[e].z;
+      const CIntArrayID& indices = m_indices[e];
       ar.WriteCount(static_cast<std::uint64_t>(indices.GetSize()));
       for (int k = 0; k < indices.GetSize(); ++k)
         ar << static_cast<std::int32_t>(indices[k]);
     }
     return;
   }
-  m_cells.RemoveAll();
+  m_slots.clear();
+  m_mask = 0;
+  m_occupied.clear();
+  m_wordMask = 0;
+  m_cells.clear();
+  m_indices.clear();
   // A cell takes at least three ints and a count.
   const std::uint64_t count = ar.ReadCount(14);
   for (std::uint64_t c = 0; c < count; ++c) {
     IntCoord cell;
     ar >> cell.x >> cell.y >> cell.z;
     const std::uint64_t n = ar.ReadCount(4);
-    CIntArrayID& indices = m_cells.FindOrAdd(cell);
-    indices.RemoveAll();
     for (std::uint64_t k = 0; k < n; ++k) {
       std::int32_t i = 0;
       ar >> i;
-      indices.Add(i);
+      Add(cell, i);
     }
+  }
+}
+
+namespace {
+
+void Neighbourhood(const CProximityMap& map, const IntCoord& c, int self, std::vector<int>& out) {
+  map.AppendNeighbourhood(c, self, out);
+}
+
+} // namespace
+
+void GetCellNeighbourhood(const CProximityMap& map, const IntCoord& c, std::vector<int>& out) {
+  Neighbourhood(map, c, -1, out);
+}
+
+void GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
+                           std::vector<int>& around) {
+  const int count = map.GetCount();
+  start.assign(static_cast<std::size_t>(count) + 1, 0);
+  around.clear();
+  around.reserve(static_cast<std::size_t>(count) * 2);
+  for (int e = 0; e < count; ++e) {
+    Neighbourhood(map, map.GetCell(e), e, around);
+    start[static_cast<std::size_t>(e) + 1] = static_cast<int>(around.size());
   }
 }
 
@@ -91,44 +198,22 @@ CProximityResult* Get3DProximityPoints(const C3DPointList& points, const CProxim
   if (n == 0 || !map)
     return result;
   const float size = points.GetProximityCellSize();
-  const CProximityMap::Map& cells = map->GetCells();
-  const int cellCount = cells.GetCount();
 
-  // Every point of a cell sees the same 27 cells: look them up once per cell.
+  // Every point of a cell sees the same cells around it: look them up once per cell.
   std::vector<int> cellOf(static_cast<std::size_t>(n), -1);
-  for (int e = 0; e < cellCount; ++e) {
-    const CIntArrayID& indices = cells.GetAt(e).second;
+  for (int e = 0; e < map->GetCount(); ++e) {
+    const CIntArrayID& indices = map->GetIndices(e);
     for (int k = 0; k < indices.GetSize(); ++k)
       if (indices[k] >= 0 && indices[k] < n)
         cellOf[static_cast<std::size_t>(indices[k])] = e;
   }
-  std::vector<int> start(static_cast<std::size_t>(cellCount) + 1, 0);
-  std::vector<const CIntArrayID*> around;
-  around.reserve(static_cast<std::size_t>(cellCount) * 2);
-  auto collect = [&](const IntCoord& c, std::vector<const CIntArrayID*>& out) {
-    for (int k = 0; k < 27; ++k) {
-      const std::int64_t x = static_cast<std::int64_t>(c.x) + k / 9 - 1;
-      const std::int64_t y = static_cast<std::int64_t>(c.y) + (k / 3) % 3 - 1;
-      const std::int64_t z = static_cast<std::int64_t>(c.z) + k % 3 - 1;
-      if (x < INT32_MIN || x > INT32_MAX || y < INT32_MIN || y > INT32_MAX || z < INT32_MIN ||
-          z > INT32_MAX)
-        continue;
-      const IntCoord nc{static_cast<std::int32_t>(x), static_cast<std::int32_t>(y),
-                        static_cast<std::int32_t>(z)};
-      if (const CIntArrayID* a = map->Lookup(nc))
-        out.push_back(a);
-    }
-  };
-  for (int e = 0; e < cellCount; ++e) {
-    collect(cells.GetAt(e).first, around);
-    start[static_cast<std::size_t>(e) + 1] = static_cast<int>(around.size());
-  }
+  std::vector<int> start, around, own;
+  GetCellNeighbourhoods(*map, start, around);
 
-  std::vector<const CIntArrayID*> own;
   const C3DPoint* p = points.GetFirst();
   for (int i = 0; i < n; ++i, ++p) {
-    const CIntArrayID* const* first;
-    const CIntArrayID* const* last;
+    const int* first;
+    const int* last;
     const int e = cellOf[static_cast<std::size_t>(i)];
     if (e >= 0) {
       first = around.data() + start[static_cast<std::size_t>(e)];
@@ -136,13 +221,13 @@ CProximityResult* Get3DProximityPoints(const C3DPointList& points, const CProxim
     } else {
       // A point the map does not hold (a map made from other points).
       own.clear();
-      collect(ConvertToProximityCoordinate(*p, size), own);
+      GetCellNeighbourhood(*map, ConvertToProximityCoordinate(*p, size), own);
       first = own.data();
       last = own.data() + own.size();
     }
     CProximityResult::Set* set = nullptr;
     for (; first != last; ++first) {
-      const CIntArrayID& a = **first;
+      const CIntArrayID& a = map->GetIndices(*first);
       const int* j = a.GetData();
       for (int k = 0; k < a.GetSize(); ++k) {
         if (j[k] == i)

@@ -7,9 +7,9 @@
 #include "meshcore/containers/hash_ex_map.h"
 #include "meshcore/containers/int_array_id.h"
 #include "meshcore/geometry/point_3d.h"
-#include "meshcore/mesh/flat_map.h"
 
 #include <cstdint>
+#include <vector>
 
 namespace meshcore {
 
@@ -34,38 +34,94 @@ inline std::uint32_t HashKey(const IntCoord& c) {
 
 struct IntCoordHash {
   std::uint32_t operator()(const IntCoord& c) const {
-    const std::uint64_t h =
-        static_cast<std::uint64_t>(static_cast<std::uint32_t>(c.x)) * 0x9E3779B97F4A7C15ull ^
-        static_cast<std::uint64_t>(static_cast<std::uint32_t>(c.y)) * 0xC2B2AE3D27D4EB4Full ^
-        static_cast<std::uint64_t>(static_cast<std::uint32_t>(c.z)) * 0x165667B19E3779F9ull;
-    return static_cast<std::uint32_t>(h >> 32) ^ static_cast<std::uint32_t>(h);
+    std::uint32_t h = static_cast<std::uint32_t>(c.x) * 0x9E3779B1u +
+                      static_cast<std::uint32_t>(c.y) * 0x85EBCA77u +
+                      static_cast<std::uint32_t>(c.z) * 0xC2B2AE3Du;
+    // Grid cells are regular: mix the bits so that the low ones (which pick
+    // the slot) depend on all of them.
+    h ^= h >> 16;
+    h *= 0x85EBCA6Bu;
+    h ^= h >> 13;
+    h *= 0xC2B2AE35u;
+    h ^= h >> 16;
+    return h;
   }
 };
 
-// Cell -> indices of the points in it, increasing. Cells iterate in the order
-// in which they were first filled, so the archive form is deterministic.
+// Cell -> indices of the points in it, increasing. Cells are numbered in the
+// order in which they were first filled, which is also their iteration and
+// archive order.
 class CProximityMap {
 public:
-  using Map = CFlatMap<IntCoord, CIntArrayID, IntCoordHash>;
-
   CProximityMap() = default;
   // Room for about expectedCells cells.
   explicit CProximityMap(int expectedCells);
 
+  // The number of a cell, or -1 when no point fell into it.
+  int Find(const IntCoord& cell) const {
+    if (m_slots.empty())
+      return -1;
+    // Most searches are for empty neighbour cells. One bit per cell, in words
+    // that each cover a block of 4 x 4 x 4 cells, answers them from the few
+    // words around a cell instead of a slot per neighbour.
+    if (!(m_occupied[BlockWord(cell)] >> BlockBit(cell) & 1))
+      return -1;
+    return FindSlot(cell);
+  }
   // The point indices of a cell, or null when no point fell into it.
-  const CIntArrayID* Lookup(const IntCoord& cell) const { return m_cells.PLookup(cell); }
+  const CIntArrayID* Lookup(const IntCoord& cell) const {
+    const int e = Find(cell);
+    return e >= 0 ? &m_indices[static_cast<std::size_t>(e)] : nullptr;
+  }
+  // Appends the numbers of the cells that hold points among the 27 around
+  // cell, in the neighbour search's order (x slowest, z fastest); self, when
+  // not -1, is taken as cell's own number without a search.
+  void AppendNeighbourhood(const IntCoord& cell, int self, std::vector<int>& out) const;
   // Appends index to the cell's array (created on first use).
-  void Add(const IntCoord& cell, int index) { m_cells.FindOrAdd(cell).Add(index); }
-  int GetCount() const { return m_cells.GetCount(); }
-  const Map& GetCells() const { return m_cells; }
-  Map& GetCells() { return m_cells; }
+  void Add(const IntCoord& cell, int index);
+  int GetCount() const { return static_cast<int>(m_cells.size()); }
+  const IntCoord& GetCell(int e) const { return m_cells[static_cast<std::size_t>(e)]; }
+  const CIntArrayID& GetIndices(int e) const { return m_indices[static_cast<std::size_t>(e)]; }
 
   // Cell count, then each cell as three int32 and its indices (count, int32 each).
   void Serialize(CArchive& ar);
 
 private:
-  Map m_cells;
+  // Open addressing with the key in the slot.
+  struct Slot {
+    IntCoord cell;
+    int entry = -1;
+  };
+  void Grow(std::size_t slots);
+  std::size_t BlockWord(const IntCoord& c) const {
+    return IntCoordHash()(IntCoord{c.x >> 2, c.y >> 2, c.z >> 2}) & m_wordMask;
+  }
+  int FindSlot(const IntCoord& cell) const {
+    for (std::size_t pos = IntCoordHash()(cell) & m_mask;; pos = (pos + 1) & m_mask) {
+      const Slot& s = m_slots[pos];
+      if (s.entry < 0 || s.cell == cell)
+        return s.entry;
+    }
+  }
+  static unsigned BlockBit(const IntCoord& c) {
+    return static_cast<unsigned>((c.x & 3) | (c.y & 3) << 2 | (c.z & 3) << 4);
+  }
+
+  std::vector<Slot> m_slots;
+  std::size_t m_mask = 0;
+  std::vector<std::uint64_t> m_occupied; // a word per block of cells (hashed)
+  std::size_t m_wordMask = 0;
+  std::vector<IntCoord> m_cells;
+  std::vector<CIntArrayID> m_indices;
 };
+
+// For every cell e of map, the numbers of the cells that hold points among
+// the 27 around it (itself included), in the order the neighbour search
+// visits them: around[start[e]] to around[start[e + 1] - 1].
+void GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
+                           std::vector<int>& around);
+// The same for any cell, appended to out.
+void GetCellNeighbourhood(const CProximityMap& map, const IntCoord& cell, std::vector<int>& out);
 
 // Point index -> set of candidate neighbour indices (the caller owns it).
 using CProximityResult = CHashExMap<int, int, int>;

@@ -1,3 +1,4 @@
+#include "meshcore/mesh/geom_info.h"
 #include "meshcore/operations/proximity.h"
 #include "meshcore/operations/weld.h"
 #include "meshcore/platform/archive.h"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 
 namespace meshcore {
 namespace {
@@ -163,6 +165,84 @@ TEST(Weld, NothingToWeldChangesNothing) {
   Weld3DPoints(*dup, 0.0f, points, faces);
   EXPECT_EQ(points, 1);
   EXPECT_EQ(faces, 0);
+}
+
+// Welding as the proximity result describes it, step by step, to check the
+// cell-based welding against.
+void ReferenceWeld(C3DBaseObject& obj, float tolerance) {
+  C3DPointList& pts = *obj.GetPointList();
+  CProximityMap* map = InitProximityMap(pts, tolerance);
+  std::unique_ptr<CProximityResult> result(Get3DProximityPoints(pts, map));
+  DeleteProximityMap(pts, map);
+  CGeomInfo info(&obj);
+  std::vector<char> visited(static_cast<std::size_t>(pts.GetSize()), 0);
+  int changed = 0;
+  for (int pos = result->GetFirst(); pos >= 0;) {
+    int p = 0;
+    CProximityResult::Set* unused = nullptr;
+    result->GetNext(pos, p, unused);
+    if (visited[static_cast<std::size_t>(p)])
+      continue;
+    CHashTable<int> members;
+    std::vector<int> stack{p};
+    visited[static_cast<std::size_t>(p)] = 1;
+    while (!stack.empty()) {
+      const int q = stack.back();
+      stack.pop_back();
+      const CProximityResult::Set* s = result->GetSet(q);
+      for (int it = s->GetFirst(); it >= 0;) {
+        int j = 0;
+        s->GetNext(it, j);
+        members.Insert(j);
+        if (!visited[static_cast<std::size_t>(j)]) {
+          visited[static_cast<std::size_t>(j)] = 1;
+          stack.push_back(j);
+        }
+      }
+    }
+    members.Remove(p);
+    for (int it = members.GetFirst(); it >= 0;) {
+      int m = 0;
+      members.GetNext(it, m);
+      changed |= obj.GetFaceList()->ReplaceIndex(&info, m, p) != 0;
+    }
+  }
+  if (changed)
+    obj.Clean();
+}
+
+TEST(Weld, MatchesTheProximityResultWalkExactly) {
+  // Random quads over a small lattice with jitter: clusters of every size,
+  // within one cell and across several, and faces that collapse.
+  std::mt19937 rng(7);
+  std::uniform_int_distribution<int> lattice(-3, 3);
+  std::uniform_real_distribution<float> jitter(-0.3f, 0.3f);
+  for (int round = 0; round < 20; ++round) {
+    std::vector<test::P3> pts;
+    test::Faces faces;
+    for (int f = 0; f < 60; ++f) {
+      std::vector<int> face;
+      for (int k = 0; k < 4; ++k) {
+        face.push_back(static_cast<int>(pts.size()));
+        pts.push_back({lattice(rng) + jitter(rng) * (round % 3), static_cast<float>(lattice(rng)),
+                       lattice(rng) * 0.5f});
+      }
+      faces.push_back(face);
+    }
+    const float tolerance = 0.2f + 0.1f * static_cast<float>(round % 4);
+    auto fast = MakeMesh(pts, faces);
+    auto slow = MakeMesh(pts, faces);
+    int points = 0, removed = 0;
+    Weld3DPoints(*fast, tolerance, points, removed);
+    ReferenceWeld(*slow, tolerance);
+    ASSERT_EQ(fast->GetPointNbr(), slow->GetPointNbr()) << "round " << round;
+    ASSERT_EQ(fast->GetFaceNbr(), slow->GetFaceNbr()) << "round " << round;
+    for (int i = 0; i < fast->GetPointNbr(); ++i)
+      ASSERT_EQ(test::At(*fast, i), test::At(*slow, i)) << "round " << round << " point " << i;
+    for (int f = 0; f < fast->GetFaceNbr(); ++f)
+      ASSERT_EQ(test::Indices((*fast->GetFaceList())[f]), test::Indices((*slow->GetFaceList())[f]))
+          << "round " << round << " face " << f;
+  }
 }
 
 } // namespace
