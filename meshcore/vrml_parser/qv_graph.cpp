@@ -161,7 +161,14 @@ QvReader::Result QvReader::ReadNodeBody(std::string_view className, QvNode*& out
     in_.PostError("Expected '%c'; got '%c'", '{', c);
     return kError;
   }
+  // A VertexProperty holds five nodes of its own.
+  if (graph_.GetNodeCount() + 6 * vertexProperties_ >= kMaxNodes) {
+    in_.PostError("More than %zu nodes in file", kMaxNodes);
+    return kError;
+  }
   std::unique_ptr<QvNode> created = QvNode::Create(className);
+  if (created && created->GetType() == QV_NODE_TYPE::VertexProperty)
+    ++vertexProperties_;
   if (!created) {
     auto unknown = std::make_unique<QvUnknownNode>(className);
     const QvTextSource::Mark mark = in_.GetMark();

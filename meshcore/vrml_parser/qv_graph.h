@@ -32,6 +32,9 @@ class QvUnknownNode;
 class QvReader {
 public:
   static constexpr int kMaxDepth = 1000;
+  // A node costs some hundred bytes for a few bytes of text: the count is bounded so
+  // that memory stays bounded too.
+  static constexpr std::size_t kMaxNodes = 1u << 20;
   enum Result { kNode, kNone, kError };
 
   QvReader(QvTextSource& in, QvGraph& graph) : in_(in), graph_(graph) {}
@@ -49,6 +52,7 @@ private:
   QvTextSource& in_;
   QvGraph& graph_;
   int depth_ = 0;
+  std::size_t vertexProperties_ = 0;
 };
 
 } // namespace meshcore

@@ -215,8 +215,8 @@ bool QvUnknownNode::AddDeclaredField(std::string_view type, std::string_view nam
   std::unique_ptr<QvField> f = QvCreateField(type);
   if (!f)
     return false;
-  fieldNames_.emplace_back(name);
-  AddField(fieldNames_.back(), *f);
+  fieldNames_.push_back(std::make_unique<std::string>(name));
+  AddField(*fieldNames_.back(), *f);
   ownedFields_.push_back(std::move(f));
   return true;
 }

@@ -7,7 +7,6 @@
 #include "meshcore/vrml_parser/qv_node.h"
 #include "meshcore/vrml_parser/qv_sfields.h"
 
-#include <deque>
 #include <string>
 
 namespace meshcore {
@@ -84,7 +83,7 @@ public:
 
 private:
   std::string className_;
-  std::deque<std::string> fieldNames_;
+  std::vector<std::unique_ptr<std::string>> fieldNames_; // stable addresses for the table
   std::vector<std::unique_ptr<QvField>> ownedFields_;
   bool declared_ = false;
 };

@@ -187,6 +187,15 @@ TEST(QvGraph, HostileInputFailsCleanlyAndQuickly) {
     EXPECT_TRUE(p.graph);
   }
   {
+    // Millions of tiny nodes would take a hundred times their text in memory.
+    std::string many = Vrml("Separator {\n");
+    for (std::size_t i = 0; i < QvReader::kMaxNodes; ++i)
+      many += "Group{}";
+    Parsed p(many + "}");
+    EXPECT_FALSE(p.graph);
+    EXPECT_EQ(ReadError("More than 1048576 nodes in file", 3), p.errors());
+  }
+  {
     Parsed p(Vrml("Texture2 { image 65536 65536 4 0xff }"));
     EXPECT_FALSE(p.graph);
   }
