@@ -1,7 +1,7 @@
 #include "meshcore/operations/weld.h"
 
-#include "meshcore/containers/hash_map.h"
 #include "meshcore/containers/hash_table.h"
+#include "meshcore/containers/next_prime.h"
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/geom_info.h"
 #include "meshcore/mesh/point_list_3d.h"
@@ -21,8 +21,8 @@ namespace meshcore {
 //   components of the neighbour relation) are the points of connected groups
 //   of touching cells;
 // - the result's keys are the points that have a neighbour, entered in index
-//   order into a map of the result's kind; walking that map's slots gives the
-//   order in which clusters and their representatives are met;
+//   order; the slot order a map of the result's kind gives them decides each
+//   cluster's representative;
 // - the member sets are built by the same insertions as the walk through the
 //   neighbour sets would make, so ReplaceIndex runs in the same order.
 
@@ -36,6 +36,54 @@ int Root(std::vector<int>& parent, int e) {
   }
   return e;
 }
+
+// The slot order that the library's hash sets and maps of ints (quadratic
+// probing on k << 4, growth into NextPrime(2 * size) once half full, re-entry
+// in slot order) give to distinct keys inserted in a known order, kept in a
+// plain array: the result and member sets need their order, not their storage.
+class CSlotOrder {
+public:
+  explicit CSlotOrder(int initialSize) { Reset(initialSize); }
+  void Reset(int initialSize) {
+    m_slots.assign(static_cast<std::size_t>(initialSize), kEmpty);
+    m_occupied = 0;
+  }
+  void Insert(int k) {
+    Place(k);
+    if (++m_occupied >= static_cast<int>(m_slots.size()) / 2) {
+      m_old.swap(m_slots);
+      m_slots.assign(NextPrime(2u * static_cast<unsigned>(m_old.size())), kEmpty);
+      m_occupied = 0;
+      for (int v : m_old)
+        if (v != kEmpty) {
+          Place(v);
+          ++m_occupied;
+        }
+    }
+  }
+  // Calls f for every key in slot order.
+  template <class F> void ForEach(F f) const {
+    for (int v : m_slots)
+      if (v != kEmpty)
+        f(v);
+  }
+
+private:
+  static constexpr int kEmpty = -1;
+  void Place(int k) {
+    const auto size = static_cast<std::uint32_t>(m_slots.size());
+    std::uint32_t pos = (static_cast<std::uint32_t>(k) << 4) % size;
+    for (std::uint32_t i = 1; m_slots[pos] != kEmpty; ++i) {
+      pos += 2 * i - 1;
+      while (pos >= size)
+        pos -= size;
+    }
+    m_slots[pos] = k;
+  }
+
+  std::vector<int> m_slots, m_old;
+  int m_occupied = 0;
+};
 
 // The neighbour set of point q as the proximity result holds it: the points
 // of the cells around q's cell, in visiting order, without q.
@@ -93,11 +141,11 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
   }
 
   // The proximity result's keys, in its own slot order.
-  CHashMap<int, int, int> keys;
+  CSlotOrder keys(47); // a fresh map's slot count
   for (int i = 0; i < n; ++i)
     if (groupSize[static_cast<std::size_t>(
             parent[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(i)])])] >= 2)
-      keys.SetAt(i, 0);
+      keys.Insert(i);
 
   // The cells of each multi-cell group, for the general case below.
   std::vector<int> groupStart(static_cast<std::size_t>(cellCount) + 1, 0);
@@ -120,19 +168,27 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
 
   CGeomInfo info(&object);
   faces->InitPointToFaceGraph(&info);
-  std::vector<char> done(static_cast<std::size_t>(cellCount), 0);
   std::vector<int> members, stack, local;
   std::vector<std::unique_ptr<CHashTable<int>>> sets;
   CFlatMap<int, int> localOf;
   int changed = 0;
 
-  for (int pos = keys.GetFirst(); pos >= 0;) {
-    int p = 0, unused = 0;
-    keys.GetNext(pos, p, unused);
-    const int group = parent[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(p)])];
-    if (done[static_cast<std::size_t>(group)])
+  CSlotOrder own(5), set(5); // a fresh set's slot count
+  // A cluster's representative is its first point in the keys' slot order.
+  // Clusters touch disjoint point indices, so the order in which they are
+  // replaced does not change the result: take them in cell order, which walks
+  // the faces far more coherently than the slot order.
+  std::vector<int> representative(static_cast<std::size_t>(cellCount), -1);
+  keys.ForEach([&](int p) {
+    int& r = representative[static_cast<std::size_t>(
+        parent[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(p)])])];
+    if (r < 0)
+      r = p;
+  });
+  for (int group = 0; group < cellCount; ++group) {
+    const int p = representative[static_cast<std::size_t>(group)];
+    if (p < 0)
       continue;
-    done[static_cast<std::size_t>(group)] = 1;
     members.clear();
 
     if (groupCells[static_cast<std::size_t>(group)] == 1) {
@@ -143,23 +199,17 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
       if (a.GetSize() == 2) {
         members.push_back(a[0] == p ? a[1] : a[0]);
       } else {
-        CHashTable<int> own;
+        own.Reset(5);
         for (int k = 0; k < a.GetSize(); ++k)
           if (a[k] != p)
             own.Insert(a[k]);
-        CHashTable<int> set;
-        for (int it = own.GetFirst(); it >= 0;) {
-          int j = 0;
-          own.GetNext(it, j);
-          set.Insert(j);
-        }
+        set.Reset(5);
+        own.ForEach([&](int j) { set.Insert(j); });
         set.Insert(p);
-        set.Remove(p);
-        for (int it = set.GetFirst(); it >= 0;) {
-          int j = 0;
-          set.GetNext(it, j);
-          members.push_back(j);
-        }
+        set.ForEach([&](int j) {
+          if (j != p)
+            members.push_back(j);
+        });
       }
     } else {
       // Several cells: walk the neighbour sets themselves.
@@ -181,7 +231,7 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
         }
       }
       std::vector<char> visited(local.size(), 0);
-      CHashTable<int> set;
+      CHashTable<int> memberSet;
       visited[static_cast<std::size_t>(*localOf.PLookup(p))] = 1;
       stack.push_back(p);
       while (!stack.empty()) {
@@ -191,7 +241,7 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
         for (int it = around_q.GetFirst(); it >= 0;) {
           int j = 0;
           around_q.GetNext(it, j);
-          set.Insert(j);
+          memberSet.Insert(j);
           char& seen = visited[static_cast<std::size_t>(*localOf.PLookup(j))];
           if (!seen) {
             seen = 1;
@@ -199,10 +249,10 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
           }
         }
       }
-      set.Remove(p);
-      for (int it = set.GetFirst(); it >= 0;) {
+      memberSet.Remove(p);
+      for (int it = memberSet.GetFirst(); it >= 0;) {
         int j = 0;
-        set.GetNext(it, j);
+        memberSet.GetNext(it, j);
         members.push_back(j);
       }
     }
