@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Regenerates meshcore/meshcore.h so that it includes every public header.
+# Regenerates meshcore/meshcore.h so that it includes every public header
+# (tracked by git, so that work in progress is left out).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 {
@@ -7,5 +8,5 @@ cd "$(dirname "$0")/.."
   echo '// Every public header of the library. Regenerate with scripts/umbrella.sh;'
   echo '// the header_check test fails when a header is missing here.'
   echo
-  find meshcore -mindepth 2 -name '*.h' | LC_ALL=C sort | sed 's|.*|#include "&"|'
+  git ls-files 'meshcore/*/*.h' | LC_ALL=C sort | sed 's|.*|#include "&"|'
 } > meshcore/meshcore.h
