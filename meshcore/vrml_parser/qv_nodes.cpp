@@ -212,6 +212,9 @@ QvUnknownNode::QvUnknownNode(std::string_view className)
     : QvGroup(QV_NODE_TYPE::Unknown, ""), className_(className) {}
 
 bool QvUnknownNode::AddDeclaredField(std::string_view type, std::string_view name) {
+  // Fields are looked up by a linear search, so their number is kept sensible.
+  if (ownedFields_.size() >= kMaxDeclaredFields)
+    return false;
   std::unique_ptr<QvField> f = QvCreateField(type);
   if (!f)
     return false;

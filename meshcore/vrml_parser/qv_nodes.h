@@ -73,6 +73,7 @@ public:
 // read; without one its body was skipped and it holds nothing.
 class QvUnknownNode : public QvGroup {
 public:
+  static constexpr std::size_t kMaxDeclaredFields = 256;
   explicit QvUnknownNode(std::string_view className);
   std::string_view GetClassName() const override { return className_; }
   // Adds a declared field; false when the type is unknown.

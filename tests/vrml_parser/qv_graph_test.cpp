@@ -196,6 +196,13 @@ TEST(QvGraph, HostileInputFailsCleanlyAndQuickly) {
     EXPECT_EQ(ReadError("More than 1048576 nodes in file", 3), p.errors());
   }
   {
+    std::string fields = Vrml("Ext { fields [ SFFloat f0");
+    for (std::size_t i = 1; i <= QvUnknownNode::kMaxDeclaredFields; ++i)
+      fields += ", SFFloat f" + std::to_string(i);
+    Parsed p(fields + " ] }");
+    EXPECT_EQ(ReadError("Bad field specifications for node", 2), p.errors());
+  }
+  {
     Parsed p(Vrml("Texture2 { image 65536 65536 4 0xff }"));
     EXPECT_FALSE(p.graph);
   }
