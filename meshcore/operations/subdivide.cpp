@@ -9,6 +9,7 @@
 #include "meshcore/scene/object_creator.h"
 
 #include <algorithm>
+#include <climits>
 #include <memory>
 #include <vector>
 
@@ -396,8 +397,14 @@ void Pass(C3DBaseObject& object, int K) {
 void Passes(C3DBaseObject& object, int level, int K) {
   if (!object.GetPointList() || !object.GetFaceList())
     return;
-  for (int i = 0; i < level; ++i)
+  for (int i = 0; i < level; ++i) {
+    // Lists count their elements in ints: stop before a pass would overflow them.
+    const long long faces = object.GetFaceList()->GetSize();
+    const long long points = object.GetPointList()->GetSize();
+    if (faces * 4 > INT_MAX || points + faces * (K + 1) > INT_MAX)
+      return;
     Pass(object, K);
+  }
 }
 
 // Moves src's lists and channels into dst, whose own are deleted.
@@ -454,6 +461,7 @@ void Subdivide4(C3DBaseObject& object, int level) {
 int SubdivideObject(C3DBaseObject& object, int level) {
   if (level < 1 || !object.GetFaceList() || !object.GetPointList())
     return 0;
+  level = std::min(level, kMaxPatchLevel);
   std::unique_ptr<C3DObject> result = Subdivided(object, level);
   if (!result)
     return 0;

@@ -21,9 +21,11 @@ void Subdivide3(C3DBaseObject& object, int level);
 // The same with Catmull-Clark passes on an object made of quadrilaterals only.
 void Subdivide4(C3DBaseObject& object, int level);
 
-// Subdivides the whole mesh of object level times in place: triangles and
-// quadrilaterals by their schemes, larger faces carried; the three parts are
-// concatenated (triangles first). Returns 0 when there was nothing to do.
+// Subdivides the whole mesh of object level times (at most 8) in place:
+// triangles and quadrilaterals by their schemes, larger faces carried; the
+// three parts are concatenated (triangles first). Returns 0 when there was
+// nothing to do. Each level multiplies the faces by four: ask EstimateLevel
+// first. Passes that would overflow the lists' int counts are not made.
 int SubdivideObject(C3DBaseObject& object, int level);
 
 // Number of faces that subdividing object level times would give: 0 without a
