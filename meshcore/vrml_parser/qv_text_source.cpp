@@ -280,43 +280,23 @@ bool QvTextSource::ParseUnsigned(std::uint64_t& mag, bool& neg) {
   }
   if (p == end_ || *p < '0' || *p > '9')
     return false;
-  constexpr std::uint64_t kCap = 0x1FFFFFFFFull; // anything above 32 bits saturates
-  std::uint64_t v = 0;
-  if (*p == '0' && p + 2 < end_ && (p[1] == 'x' || p[1] == 'X') &&
-      std::isxdigit(static_cast<unsigned char>(p[2]))) {
-    p += 2;
-    while (p < end_) {
-      const char c = *p;
-      int d;
-      if (c >= '0' && c <= '9')
-        d = c - '0';
-      else if (c >= 'a' && c <= 'f')
-        d = c - 'a' + 10;
-      else if (c >= 'A' && c <= 'F')
-        d = c - 'A' + 10;
-      else
-        break;
-      v = v * 16 + static_cast<std::uint64_t>(d);
-      if (v > kCap)
-        v = kCap;
-      ++p;
-    }
-  } else if (*p == '0') {
-    while (p < end_ && *p >= '0' && *p <= '7') {
-      v = v * 8 + static_cast<std::uint64_t>(*p - '0');
-      if (v > kCap)
-        v = kCap;
-      ++p;
-    }
-  } else {
-    while (p < end_ && *p >= '0' && *p <= '9') {
-      v = v * 10 + static_cast<std::uint64_t>(*p - '0');
-      if (v > kCap)
-        v = kCap;
-      ++p;
+  // The C library's rules: 0x for hexadecimal, a leading 0 for octal.
+  int base = 10;
+  if (*p == '0') {
+    base = 8;
+    if (p + 2 < end_ && (p[1] == 'x' || p[1] == 'X') &&
+        std::isxdigit(static_cast<unsigned char>(p[2]))) {
+      base = 16;
+      p += 2;
     }
   }
-  cur_ = p;
+  std::uint64_t v = 0;
+  const auto r = std::from_chars(p, end_, v, base);
+  if (r.ec == std::errc::result_out_of_range)
+    v = std::numeric_limits<std::uint64_t>::max(); // saturates below
+  else if (r.ec != std::errc())
+    return false;
+  cur_ = r.ptr;
   mag = v;
   return true;
 }
