@@ -185,6 +185,44 @@ TEST_F(LightwaveIo, EverySampleSurvivesSavingAndLoadingAgain) {
   }
 }
 
+TEST_F(LightwaveIo, DamagedSamplesFailWithBadFormatOrLoad) {
+  for (const auto& file : SampleFiles()) {
+    SCOPED_TRACE(file);
+    auto bytes = ReadFileBytes(file);
+    for (std::size_t n = 12; n < bytes.size(); n += 7) {
+      Bytes cut;
+      cut.data.assign(bytes.begin(), bytes.begin() + std::ptrdiff_t(n));
+      int error = 0;
+      EXPECT_FALSE(ReadBytes(cut, &error));
+      EXPECT_EQ(error, IO_FILE_BAD_FORMAT);
+      // The same with a matching form size: loads what is complete, or fails.
+      std::uint32_t formSize = std::uint32_t(n - 8);
+      for (int i = 0; i < 4; ++i)
+        cut.data[4 + std::size_t(i)] = std::uint8_t(formSize >> (24 - 8 * i));
+      auto scene = ReadBytes(cut, &error);
+      if (!scene) {
+        EXPECT_TRUE(error == IO_FILE_BAD_FORMAT || error == IO_FILE_EMPTY) << error;
+      } else {
+        SaveBytes(scene.get());
+      }
+    }
+    std::uint32_t seed = 99;
+    for (int round = 0; round < 100; ++round) {
+      Bytes copy;
+      copy.data = bytes;
+      seed = seed * 1103515245u + 12345u;
+      copy.data[(seed >> 8) % copy.size()] ^= std::uint8_t(1u << (seed % 8));
+      int error = 0;
+      auto scene = ReadBytes(copy, &error);
+      if (scene) {
+        SaveBytes(scene.get());
+      } else {
+        EXPECT_TRUE(error == IO_FILE_BAD_FORMAT || error == IO_FILE_EMPTY) << error;
+      }
+    }
+  }
+}
+
 TEST_F(LightwaveIo, LayerGroupsFollowTheParentOrder) {
   C3DIo io(MESHCORE_SAMPLES_DIR "/lightwave/hierarchy.lwo", kSilent);
   std::unique_ptr<C3DScene> scene(io.Read(0, 0));
