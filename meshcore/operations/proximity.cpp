@@ -3,6 +3,7 @@
 #include "meshcore/containers/next_prime.h"
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/platform/archive.h"
+#include "meshcore/platform/exceptions.h"
 
 #include <cmath>
 #include <cstdint>
@@ -29,12 +30,13 @@ float CellSizeFor(float tolerance) {
 
 } // namespace
 
-CProximityMap::CProximityMap(int expectedCells) {
+CProximityMap::CProximityMap(int expectedCells, int expectedPoints) {
   if (expectedCells > 0) {
     Grow(static_cast<std::size_t>(expectedCells) * 2);
     m_cells.reserve(static_cast<std::size_t>(expectedCells));
-    m_indices.reserve(static_cast<std::size_t>(expectedCells));
   }
+  if (expectedPoints > 0)
+    m_cellOf.reserve(static_cast<std::size_t>(expectedPoints));
 }
 
 void CProximityMap::Grow(std::size_t want) {
@@ -47,26 +49,47 @@ void CProximityMap::Grow(std::size_t want) {
   m_wordMask = size / 2 - 1;
   for (std::size_t e = 0; e < m_cells.size(); ++e) {
     m_occupied[BlockWord(m_cells[e])] |= std::uint64_t{1} << BlockBit(m_cells[e]);
-    std::size_t pos = IntCoordHash()(m_cells[e]) & m_mask;
+    const std::uint32_t hash = IntCoordHash()(m_cells[e]);
+    std::size_t pos = hash & m_mask;
     while (m_slots[pos].entry >= 0)
       pos = (pos + 1) & m_mask;
-    m_slots[pos] = {m_cells[e], static_cast<int>(e)};
+    m_slots[pos] = {hash, static_cast<int>(e)};
   }
 }
 
-void CProximityMap::Add(const IntCoord& cell, int index) {
+int CProximityMap::Insert(const IntCoord& cell, std::uint32_t hash) {
   if ((m_cells.size() + 1) * 2 > m_slots.size())
     Grow(m_slots.empty() ? 16 : m_slots.size() * 2);
-  std::size_t pos = IntCoordHash()(cell) & m_mask;
-  while (m_slots[pos].entry >= 0 && m_slots[pos].cell != cell)
-    pos = (pos + 1) & m_mask;
-  if (m_slots[pos].entry < 0) {
+  Slot& slot = m_slots[FindPos(cell, hash)];
+  if (slot.entry < 0) {
     m_occupied[BlockWord(cell)] |= std::uint64_t{1} << BlockBit(cell);
-    m_slots[pos] = {cell, static_cast<int>(m_cells.size())};
+    slot = {hash, static_cast<int>(m_cells.size())};
     m_cells.push_back(cell);
-    m_indices.emplace_back();
   }
-  m_indices[static_cast<std::size_t>(m_slots[pos].entry)].Add(index);
+  return slot.entry;
+}
+
+int CProximityMap::AddPoint(const IntCoord& cell) {
+  const std::uint32_t hash = IntCoordHash()(cell);
+  Recent& recent = m_recent[hash & 15];
+  if (recent.entry < 0 || recent.cell != cell)
+    recent = {cell, Insert(cell, hash)};
+  m_cellOf.push_back(recent.entry);
+  return recent.entry;
+}
+
+void CProximityMap::Finish() {
+  // Counting sort of the points by cell: each cell's indices come out increasing.
+  m_start.assign(m_cells.size() + 1, 0);
+  for (int e : m_cellOf)
+    ++m_start[static_cast<std::size_t>(e) + 1];
+  for (std::size_t e = 0; e < m_cells.size(); ++e)
+    m_start[e + 1] += m_start[e];
+  m_indices.resize(m_cellOf.size());
+  std::vector<int> fill(m_start.begin(), m_start.end() - 1);
+  for (std::size_t i = 0; i < m_cellOf.size(); ++i)
+    m_indices[static_cast<std::size_t>(fill[static_cast<std::size_t>(m_cellOf[i])]++)] =
+        static_cast<int>(i);
 }
 
 void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector<int>& out) const {
@@ -116,12 +139,13 @@ void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector
 void CProximityMap::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
     ar.WriteCount(static_cast<std::uint64_t>(m_cells.size()));
-    for (std::size_t e = 0; e < m_cells.size(); ++e) {
-      ar << m_cells[e].x << m_cells[e].y << m_cells[e].z;
-      const CIntArrayID& indices = m_indices[e];
-      ar.WriteCount(static_cast<std::uint64_t>(indices.GetSize()));
-      for (int k = 0; k < indices.GetSize(); ++k)
-        ar << static_cast<std::int32_t>(indices[k]);
+    for (int e = 0; e < GetCount(); ++e) {
+      const IntCoord& c = m_cells[static_cast<std::size_t>(e)];
+      ar << c.x << c.y << c.z;
+      const CIndexRun run = GetIndices(e);
+      ar.WriteCount(static_cast<std::uint64_t>(run.size));
+      for (int k = 0; k < run.size; ++k)
+        ar << static_cast<std::int32_t>(run[k]);
     }
     return;
   }
@@ -130,18 +154,26 @@ void CProximityMap::Serialize(CArchive& ar) {
   m_occupied.clear();
   m_wordMask = 0;
   m_cells.clear();
+  m_start.assign(1, 0);
   m_indices.clear();
+  m_cellOf.clear(); // the indices read need not be 0, 1, 2, ...
+  for (Recent& r : m_recent)
+    r = Recent();
   // A cell takes at least three ints and a count.
   const std::uint64_t count = ar.ReadCount(14);
   for (std::uint64_t c = 0; c < count; ++c) {
     IntCoord cell;
     ar >> cell.x >> cell.y >> cell.z;
+    const int e = Insert(cell, IntCoordHash()(cell));
     const std::uint64_t n = ar.ReadCount(4);
+    if (static_cast<std::size_t>(e) + 1 < m_start.size())
+      throw CArchiveException(CArchiveException::badIndex); // a cell listed twice
     for (std::uint64_t k = 0; k < n; ++k) {
       std::int32_t i = 0;
       ar >> i;
-      Add(cell, i);
+      m_indices.push_back(i);
     }
+    m_start.push_back(static_cast<int>(m_indices.size()));
   }
 }
 
@@ -185,10 +217,11 @@ CProximityMap* InitProximityMap(C3DPointList& points, float tolerance) {
     return nullptr;
   // Welding input is mostly a few copies of each corner: a quarter of the
   // point count is a fair first guess of the cell count.
-  auto* map = new CProximityMap(static_cast<int>(NextPrime(static_cast<unsigned>(n / 4 + 1))));
+  auto* map = new CProximityMap(static_cast<int>(NextPrime(static_cast<unsigned>(n / 4 + 1))), n);
   const C3DPoint* p = points.GetFirst();
   for (int i = 0; i < n; ++i, ++p)
-    map->Add(ConvertToProximityCoordinate(*p, size), i);
+    map->AddPoint(ConvertToProximityCoordinate(*p, size));
+  map->Finish();
   return map;
 }
 
@@ -202,7 +235,7 @@ CProximityResult* Get3DProximityPoints(const C3DPointList& points, const CProxim
   // Every point of a cell sees the same cells around it: look them up once per cell.
   std::vector<int> cellOf(static_cast<std::size_t>(n), -1);
   for (int e = 0; e < map->GetCount(); ++e) {
-    const CIntArrayID& indices = map->GetIndices(e);
+    const CIndexRun indices = map->GetIndices(e);
     for (int k = 0; k < indices.GetSize(); ++k)
       if (indices[k] >= 0 && indices[k] < n)
         cellOf[static_cast<std::size_t>(indices[k])] = e;
@@ -227,7 +260,7 @@ CProximityResult* Get3DProximityPoints(const C3DPointList& points, const CProxim
     }
     CProximityResult::Set* set = nullptr;
     for (; first != last; ++first) {
-      const CIntArrayID& a = map->GetIndices(*first);
+      const CIndexRun a = map->GetIndices(*first);
       const int* j = a.GetData();
       for (int k = 0; k < a.GetSize(); ++k) {
         if (j[k] == i)

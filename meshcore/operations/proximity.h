@@ -5,7 +5,6 @@
 // ever computed.
 
 #include "meshcore/containers/hash_ex_map.h"
-#include "meshcore/containers/int_array_id.h"
 #include "meshcore/geometry/point_3d.h"
 
 #include <cstdint>
@@ -48,14 +47,30 @@ struct IntCoordHash {
   }
 };
 
+// The point indices of one cell, increasing (a view into the map).
+struct CIndexRun {
+  const int* data = nullptr;
+  int size = 0;
+
+  int GetSize() const { return size; }
+  const int* GetData() const { return data; }
+  int operator[](int k) const { return data[k]; }
+};
+
 // Cell -> indices of the points in it, increasing. Cells are numbered in the
 // order in which they were first filled, which is also their iteration and
-// archive order.
+// archive order. Filled point by point, then frozen with Finish.
 class CProximityMap {
 public:
   CProximityMap() = default;
-  // Room for about expectedCells cells.
-  explicit CProximityMap(int expectedCells);
+  // Room for about expectedCells cells and expectedPoints points.
+  CProximityMap(int expectedCells, int expectedPoints);
+
+  // Drops the next point (index 0, 1, 2, ... in call order) into cell;
+  // returns the cell's number.
+  int AddPoint(const IntCoord& cell);
+  // Groups the points by cell; call once after the last AddPoint.
+  void Finish();
 
   // The number of a cell, or -1 when no point fell into it.
   int Find(const IntCoord& cell) const {
@@ -68,31 +83,36 @@ public:
       return -1;
     return FindSlot(cell);
   }
-  // The point indices of a cell, or null when no point fell into it.
-  const CIntArrayID* Lookup(const IntCoord& cell) const {
+  // The point indices of a cell; empty when no point fell into it.
+  CIndexRun Lookup(const IntCoord& cell) const {
     const int e = Find(cell);
-    return e >= 0 ? &m_indices[static_cast<std::size_t>(e)] : nullptr;
+    return e >= 0 ? GetIndices(e) : CIndexRun();
   }
   // Appends the numbers of the cells that hold points among the 27 around
   // cell, in the neighbour search's order (x slowest, z fastest); self, when
   // not -1, is taken as cell's own number without a search.
   void AppendNeighbourhood(const IntCoord& cell, int self, std::vector<int>& out) const;
-  // Appends index to the cell's array (created on first use).
-  void Add(const IntCoord& cell, int index);
   int GetCount() const { return static_cast<int>(m_cells.size()); }
   const IntCoord& GetCell(int e) const { return m_cells[static_cast<std::size_t>(e)]; }
-  const CIntArrayID& GetIndices(int e) const { return m_indices[static_cast<std::size_t>(e)]; }
+  CIndexRun GetIndices(int e) const {
+    const auto i = static_cast<std::size_t>(e);
+    return {m_indices.data() + m_start[i], m_start[i + 1] - m_start[i]};
+  }
+  // The cell number of every point entered with AddPoint, by point index.
+  const std::vector<int>& GetCellOfPoints() const { return m_cellOf; }
 
   // Cell count, then each cell as three int32 and its indices (count, int32 each).
   void Serialize(CArchive& ar);
 
 private:
-  // Open addressing with the key in the slot.
+  // Open addressing on small slots (the hash and the cell's number); the
+  // cell itself is compared in the cell array.
   struct Slot {
-    IntCoord cell;
+    std::uint32_t hash = 0;
     int entry = -1;
   };
   void Grow(std::size_t slots);
+  int Insert(const IntCoord& cell, std::uint32_t hash);
   // Blocks next to each other along x share cache lines, so that a sweep
   // through neighbouring cells stays in the cache. Unlucky collisions only
   // cost extra slot searches.
@@ -102,15 +122,19 @@ private:
             static_cast<std::uint32_t>(c.z >> 2) * 0x85EBCA77u) &
            m_wordMask;
   }
-  int FindSlot(const IntCoord& cell) const {
-    for (std::size_t pos = IntCoordHash()(cell) & m_mask;; pos = (pos + 1) & m_mask) {
-      const Slot& s = m_slots[pos];
-      if (s.entry < 0 || s.cell == cell)
-        return s.entry;
-    }
-  }
   static unsigned BlockBit(const IntCoord& c) {
     return static_cast<unsigned>((c.x & 3) | (c.y & 3) << 2 | (c.z & 3) << 4);
+  }
+  // The slot holding cell, or the empty slot where it belongs.
+  std::size_t FindPos(const IntCoord& cell, std::uint32_t hash) const {
+    for (std::size_t pos = hash & m_mask;; pos = (pos + 1) & m_mask) {
+      const Slot& s = m_slots[pos];
+      if (s.entry < 0 || (s.hash == hash && m_cells[static_cast<std::size_t>(s.entry)] == cell))
+        return pos;
+    }
+  }
+  int FindSlot(const IntCoord& cell) const {
+    return m_slots[FindPos(cell, IntCoordHash()(cell))].entry;
   }
 
   std::vector<Slot> m_slots;
@@ -118,7 +142,16 @@ private:
   std::vector<std::uint64_t> m_occupied; // a word per block of cells (hashed)
   std::size_t m_wordMask = 0;
   std::vector<IntCoord> m_cells;
-  std::vector<CIntArrayID> m_indices;
+  std::vector<int> m_start{0}; // cell e's indices: m_indices[m_start[e]] to [m_start[e + 1] - 1]
+  std::vector<int> m_indices;
+  std::vector<int> m_cellOf;
+  // Cells met lately: shared corners of neighbouring faces usually come close
+  // together in the point list, and this spares their slot searches.
+  struct Recent {
+    IntCoord cell;
+    int entry = -1;
+  };
+  Recent m_recent[16];
 };
 
 // For every cell e of map, the numbers of the cells that hold points among

@@ -90,7 +90,7 @@ private:
 void NeighbourSet(const CProximityMap& map, const int* cells, int cellCount, int q,
                   CHashTable<int>& set) {
   for (int c = 0; c < cellCount; ++c) {
-    const CIntArrayID& a = map.GetIndices(cells[c]);
+    const CIndexRun a = map.GetIndices(cells[c]);
     for (int k = 0; k < a.GetSize(); ++k)
       if (a[k] != q)
         set.Insert(a[k]);
@@ -112,12 +112,7 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
 
   std::unique_ptr<CProximityMap> map(InitProximityMap(*points, tolerance));
   const int cellCount = map->GetCount();
-  std::vector<int> cellOf(static_cast<std::size_t>(n), 0);
-  for (int e = 0; e < cellCount; ++e) {
-    const CIntArrayID& a = map->GetIndices(e);
-    for (int k = 0; k < a.GetSize(); ++k)
-      cellOf[static_cast<std::size_t>(a[k])] = e;
-  }
+  const std::vector<int>& cellOf = map->GetCellOfPoints();
   std::vector<int> start, around;
   GetCellNeighbourhoods(*map, start, around);
 
@@ -195,7 +190,7 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
       // One cell: every point neighbours every other. p's set is the others
       // in index order; the walk enters them into the member set in that set's
       // slot order and then p itself (met again as a neighbour), which goes.
-      const CIntArrayID& a = map->GetIndices(group);
+      const CIndexRun a = map->GetIndices(group);
       if (a.GetSize() == 2) {
         members.push_back(a[0] == p ? a[1] : a[0]);
       } else {
@@ -218,7 +213,7 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
       sets.clear();
       for (int g = groupStart[static_cast<std::size_t>(group)];
            g < groupStart[static_cast<std::size_t>(group) + 1]; ++g) {
-        const CIntArrayID& a = map->GetIndices(groupList[static_cast<std::size_t>(g)]);
+        const CIndexRun a = map->GetIndices(groupList[static_cast<std::size_t>(g)]);
         for (int k = 0; k < a.GetSize(); ++k) {
           localOf.SetAt(a[k], static_cast<int>(local.size()));
           local.push_back(a[k]);

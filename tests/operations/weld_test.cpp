@@ -76,12 +76,12 @@ TEST(Proximity, MapArchiveRoundTrip) {
     back.Serialize(ar);
   }
   ASSERT_EQ(back.GetCount(), 3);
-  const CIntArrayID* origin = back.Lookup({0, 0, 0});
-  ASSERT_NE(origin, nullptr);
-  EXPECT_EQ(origin->GetSize(), 2);
-  EXPECT_EQ((*origin)[0], 0);
-  EXPECT_EQ((*origin)[1], 2);
-  EXPECT_NE(back.Lookup({-10, 0, 0}), nullptr);
+  const CIndexRun origin = back.Lookup({0, 0, 0});
+  ASSERT_EQ(origin.GetSize(), 2);
+  EXPECT_EQ(origin[0], 0);
+  EXPECT_EQ(origin[1], 2);
+  EXPECT_EQ(back.Lookup({-10, 0, 0}).GetSize(), 1);
+  EXPECT_EQ(back.Lookup({-11, 0, 0}).GetSize(), 0);
 }
 
 TEST(Weld, PointsAcrossZeroMergeWithChannelsKeptParallel) {
