@@ -6,15 +6,21 @@
 #include "meshcore/io/file_info.h"
 #include "meshcore/io/file_registry.h"
 #include "meshcore/io/io_3d.h"
+#include "meshcore/operations/scene_operations.h"
+#include "meshcore/operations/subdivide.h"
 #include "meshcore/platform/string_ids.h"
 #include "meshcore/platform/string_table.h"
 #include "meshcore/platform/version.h"
+#include "meshcore/scene/base_object.h"
 #include "meshcore/scene/scene.h"
 
+#include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string_view>
+#include <unordered_set>
 
 namespace meshcore::tool {
 
@@ -33,6 +39,14 @@ const char kUsage[] =
     "      --tree        also show the node tree with names and kinds\n"
     "      --json        a JSON array with one object per file\n"
     "  convert IN OUT    read IN and save it in the format that OUT's extension names\n"
+    "      --weld TOL    merge the points of each object that lie within TOL (0 or more)\n"
+    "      --triangulate cut every face of more than three corners into triangles\n"
+    "      --subdivide N subdivide every patch N times (0 to 8)\n"
+    "      --subdivide-all N\n"
+    "                    subdivide every mesh N times too, as if it were a patch\n"
+    "                    (weld, triangulate and subdivide run in this order, each\n"
+    "                    reporting what it changed on standard error; Lightwave\n"
+    "                    files keep patches as their control mesh)\n"
     "  formats           the file types the library knows and what it reads and writes\n"
     "      --all         include the registry's image, audio and web types\n"
     "      --json        as JSON\n"
@@ -55,7 +69,18 @@ struct Options {
   bool all = false;
   bool silent = false;
   std::string lang;
+  // Geometry operations of convert.
+  bool weld = false;
+  float tolerance = 0.0f;
+  bool triangulate = false;
+  int subdivideLevel = -1; // -1: not asked for
+  bool subdivideAll = false;
+  std::string convertOption; // the first such option met, for the error with other commands
 };
+
+// Subdividing stops short of this many faces: beyond it memory runs out
+// before the result could be saved.
+constexpr std::uint64_t kMaxSubdividedFaces = std::uint64_t{1} << 24;
 
 // Reports one failure on standard error; returns status.
 int Fail(Output& output, const std::string& file, const std::string& text, int status) {
@@ -187,6 +212,80 @@ int RunInfo(Output& output, CToolHost& host, const Options& options) {
   return status;
 }
 
+std::string Count(long long n, const char* what) {
+  return std::to_string(n) + " " + what + (n == 1 ? "" : "s");
+}
+
+// One line about an operation on standard error, unless silent.
+void Report(Output& output, const std::string& text) {
+  if (output.silent)
+    return;
+  std::lock_guard lock(ErrorStreamMutex());
+  ClearProgressLine(output);
+  std::fprintf(output.err, "%s\n", text.c_str());
+}
+
+// Faces that subdividing the scene's patches (and meshes with everyMesh) level
+// times would give, each object counted once.
+std::uint64_t EstimateSubdividedFaces(C3DScene& scene, int level, bool everyMesh) {
+  const unsigned kinds = OBJECT_PATCH | (everyMesh ? OBJECT_POLYGONAL : 0u);
+  std::unordered_set<const C3DBaseObject*> seen; // membership only
+  std::uint64_t total = 0;
+  C3DSceneNode* cursor = scene.GetFirstNode(nullptr);
+  while (cursor) {
+    const C3DBaseObject* object = nullptr;
+    scene.GetNextNode(object, cursor, nullptr);
+    if (object && (object->GetKindOf() & kinds) && seen.insert(object).second)
+      total += EstimateLevel(object, static_cast<unsigned>(level));
+    if (total >= kMaxSubdividedFaces)
+      break;
+  }
+  return total;
+}
+
+// The geometry operations asked for, always in the order weld, triangulate,
+// subdivide (each works best on what the one before left). Returns the exit status.
+int ApplyOperations(Output& output, const Options& options, const std::string& file,
+                    C3DScene& scene) {
+  if (options.weld) {
+    CWeldReport report;
+    if (RunCancellable(output, "welding", [&] { WeldScene(scene, options.tolerance, report); }))
+      return FailCancelled(output, file);
+    Report(output, "weld: " + Count(report.points, "point") + " and " +
+                       Count(report.faces, "face") + " removed from " +
+                       Count(report.objects, "object"));
+  }
+  if (options.triangulate) {
+    CTriangulateReport report;
+    if (RunCancellable(output, "triangulating", [&] { TriangulateScene(scene, report); }))
+      return FailCancelled(output, file);
+    std::string text = "triangulate: " + Count(report.faces, "face") + " cut into " +
+                       Count(report.triangles, "triangle") + " in " +
+                       Count(report.objects, "object");
+    if (report.fans)
+      text += " (" + std::to_string(report.fans) + " cut as a fan)";
+    Report(output, text);
+  }
+  if (options.subdivideLevel >= 0) {
+    const int level = options.subdivideLevel;
+    const std::uint64_t estimate = EstimateSubdividedFaces(scene, level, options.subdivideAll);
+    if (estimate >= kMaxSubdividedFaces)
+      return Fail(output, file,
+                  "subdividing " + std::to_string(level) + " times would make more than " +
+                      std::to_string(kMaxSubdividedFaces) + " faces; choose a lower level",
+                  kExitFailure);
+    CSubdivideReport report;
+    if (RunCancellable(output, "subdividing",
+                       [&] { SubdivideScene(scene, level, options.subdivideAll, report); }))
+      return FailCancelled(output, file);
+    Report(output, std::string(options.subdivideAll ? "subdivide-all" : "subdivide") + ": level " +
+                       std::to_string(level) + ", " + Count(report.objects, "object") + ", " +
+                       Count(report.facesBefore, "face") + " became " +
+                       std::to_string(report.facesAfter));
+  }
+  return kExitOk;
+}
+
 int RunConvert(Output& output, CToolHost& host, const Options& options) {
   if (options.args.size() != 2)
     return Fail(output, {}, "convert needs an input and an output file (see meshcore --help)",
@@ -203,6 +302,9 @@ int RunConvert(Output& output, CToolHost& host, const Options& options) {
     return status;
   if (WasInterrupted())
     return FailCancelled(output, in);
+  status = ApplyOperations(output, options, in, *scene);
+  if (status != kExitOk)
+    return status;
   status = SaveScene(output, host, options, out, *scene);
   if (status != kExitOk)
     return status;
@@ -299,10 +401,34 @@ int RunDemo(Output& output, CToolHost& host, const Options& options) {
   return status;
 }
 
+// The whole of text as a number of type T, or false.
+template <class T> bool ParseNumber(std::string_view text, T& value) {
+  const char* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
+  return ec == std::errc() && ptr == end && !text.empty();
+}
+
 bool ParseArguments(int argc, char** argv, Options& options, std::string& error) {
   bool optionsEnded = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
+    // --name VALUE or --name=VALUE; false (with error set) when the value is missing.
+    auto valueOf = [&](std::string_view name, const char* expected, std::string& value) {
+      if (arg.size() > name.size() && arg.substr(name.size(), 1) == "=") {
+        value = arg.substr(name.size() + 1);
+        return true;
+      }
+      if (i + 1 >= argc) {
+        error = std::string(name) + " needs " + expected;
+        return false;
+      }
+      value = argv[++i];
+      return true;
+    };
+    auto isOption = [&](std::string_view name) {
+      return arg == name || (arg.size() > name.size() && arg.substr(0, name.size()) == name &&
+                             arg[name.size()] == '=');
+    };
     if (optionsEnded || arg.size() < 2 || arg.substr(0, 2) != "--") {
       if (options.command.empty())
         options.command = arg;
@@ -336,6 +462,40 @@ bool ParseArguments(int argc, char** argv, Options& options, std::string& error)
         return false;
       }
       options.lang = lang;
+    } else if (isOption("--weld")) {
+      std::string value;
+      if (!valueOf("--weld", "a tolerance (a number of 0 or more)", value))
+        return false;
+      float tolerance = 0.0f;
+      if (!ParseNumber(value, tolerance) || !std::isfinite(tolerance) || tolerance < 0.0f) {
+        error = "invalid tolerance '" + value + "' for --weld (a number of 0 or more)";
+        return false;
+      }
+      options.weld = true;
+      options.tolerance = tolerance;
+      options.convertOption = options.convertOption.empty() ? "--weld" : options.convertOption;
+    } else if (arg == "--triangulate") {
+      options.triangulate = true;
+      options.convertOption =
+          options.convertOption.empty() ? "--triangulate" : options.convertOption;
+    } else if (isOption("--subdivide") || isOption("--subdivide-all")) {
+      const bool all = isOption("--subdivide-all");
+      const std::string name = all ? "--subdivide-all" : "--subdivide";
+      std::string value;
+      if (!valueOf(name, "a level (0 to 8)", value))
+        return false;
+      int level = -1;
+      if (!ParseNumber(value, level) || level < 0 || level > kMaxPatchLevel) {
+        error = "invalid level '" + value + "' for " + name + " (0 to 8)";
+        return false;
+      }
+      if (options.subdivideLevel >= 0 && options.subdivideAll != all) {
+        error = "--subdivide and --subdivide-all exclude each other";
+        return false;
+      }
+      options.subdivideLevel = level;
+      options.subdivideAll = all;
+      options.convertOption = options.convertOption.empty() ? name : options.convertOption;
     } else if (arg == "--help" || arg == "--version") {
       if (options.command.empty())
         options.command = arg;
@@ -358,6 +518,11 @@ int RunTool(int argc, char** argv, Output& output) {
     return kExitUsage;
   }
   if (options.command.empty()) {
+    std::fputs(kUsage, output.err);
+    return kExitUsage;
+  }
+  if (!options.convertOption.empty() && options.command != "convert") {
+    Fail(output, {}, options.convertOption + " is an option of convert only", kExitUsage);
     std::fputs(kUsage, output.err);
     return kExitUsage;
   }

@@ -2,6 +2,7 @@
 // The vertex positions of a mesh, with geometric operations and the graph of
 // the points shared by faces of several materials.
 
+#include "meshcore/containers/hash_ex_map.h"
 #include "meshcore/containers/hash_table.h"
 #include "meshcore/geometry/matrix_4x4.h"
 #include "meshcore/geometry/point_3d.h"
@@ -14,6 +15,10 @@
 namespace meshcore {
 
 class C3DFaceList;
+class CProximityMap;
+struct IntCoord;
+// Point index -> set of candidate neighbour indices (see the welding operation).
+using CProximityResult = CHashExMap<int, int, int>;
 
 class C3DPointList : public CPointListOf<C3DPoint, 16> {
   MESHCORE_DECLARE_SERIAL(C3DPointList)
@@ -56,7 +61,16 @@ public:
   // Point i's material set, or null when it has fewer than two materials.
   const CHashUInt* GetMaterialsConnectedToPoint(int i) const;
 
-  // Cell size of the proximity grid, kept here for the welding operation.
+  // The proximity grid behind welding (meshcore/operations/proximity.h).
+  // Stores half the tolerance as the cell size and drops every point into the
+  // grid; null for an empty list, otherwise free it with DeleteProximityMap.
+  CProximityMap* InitProximityMap(float tolerance);
+  // For every point, the points of the 27 cells around its own; the caller owns it.
+  CProximityResult* Get3DProximityPoints(CProximityMap* map);
+  void DeleteProximityMap(CProximityMap* map);
+  // The cell of p, and of point index, with the cell size of the last InitProximityMap.
+  IntCoord ConvertToProximityCoordinate(const C3DPoint& p) const;
+  IntCoord GetProximityCoordinate(int index) const;
   float GetProximityCellSize() const { return m_proximityCellSize; }
   void SetProximityCellSize(float size) { m_proximityCellSize = size; }
 

@@ -1,21 +1,19 @@
 // The members that the point list, object, patch and scene classes offer for
-// the geometry operations. Their code lives here, with the operations; the
-// classes declare them once MESHCORE_OPERATION_MEMBERS is defined.
-
-#if defined(MESHCORE_OPERATION_MEMBERS)
+// the geometry operations. Their code lives here, with the operations.
 
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/operations/proximity.h"
 #include "meshcore/operations/subdivide.h"
 #include "meshcore/operations/triangulate.h"
 #include "meshcore/operations/weld.h"
-#include "meshcore/platform/host.h"
 #include "meshcore/scene/base_object.h"
+#include "meshcore/scene/global_settings.h"
 #include "meshcore/scene/object_3d.h"
 #include "meshcore/scene/patch_3d.h"
 #include "meshcore/scene/scene.h"
 #include "meshcore/scene/scene_node.h"
-#include "meshcore/scene/scene_settings.h"
+
+#include <algorithm>
 
 namespace meshcore {
 
@@ -101,12 +99,10 @@ void C3DScene::SetGlobalPatchLevel(unsigned level) {
     C3DSceneNode* node = GetNextNode(unused, cursor, nullptr);
     C3DBaseObject* object = node ? node->GetBaseObject() : nullptr;
     if (object && object->GetKindOf() == OBJECT_PATCH)
-      static_cast<C3DPatch*>(object)->SetLevel(static_cast<int>(level));
+      static_cast<C3DPatch*>(object)->SetLevel(
+          static_cast<int>(std::min<unsigned>(level, kMaxPatchLevel)));
   }
-  SetGlobalPatchLevelValue(level);
-  GetMeshcoreHost().WriteProfileInt("Render", "patchlevel", static_cast<int>(level));
+  StoreGlobalPatchLevel(level);
 }
 
 } // namespace meshcore
-
-#endif

@@ -2,7 +2,6 @@
 
 #include "meshcore/operations/subdivide.h"
 #include "meshcore/operations/triangulate.h"
-#include "meshcore/operations/weld.h"
 #include "meshcore/scene/base_object.h"
 #include "meshcore/scene/patch_3d.h"
 #include "meshcore/scene/scene.h"
@@ -29,22 +28,13 @@ template <class F> void ForEachObject(C3DScene& scene, unsigned kinds, F f) {
   }
 }
 
-// A patch that keeps its control mesh gets the level; otherwise it is
-// subdivided in place like a mesh.
-template <class P> void ApplyPatchLevel(P& patch, int level) {
-  if constexpr (requires(P & p) { p.SetLevel(0); })
-    patch.SetLevel(level);
-  else
-    SubdivideObject(patch, level);
-}
-
 } // namespace
 
 int WeldScene(C3DScene& scene, float tolerance, CWeldReport& report) {
   report = CWeldReport();
   ForEachObject(scene, OBJECT_POLYGONAL | OBJECT_PATCH, [&](C3DBaseObject& object) {
     int points = 0, faces = 0;
-    Weld3DPoints(object, tolerance, points, faces);
+    object.Weld3DPoints(tolerance, points, faces);
     if (points || faces)
       ++report.objects;
     report.points += points;
@@ -73,7 +63,7 @@ int SubdivideScene(C3DScene& scene, int level, int everyMesh, CSubdivideReport& 
   ForEachObject(scene, kinds, [&](C3DBaseObject& object) {
     const int before = object.GetFaceNbr();
     if (object.GetKindOf() == OBJECT_PATCH)
-      ApplyPatchLevel(static_cast<C3DPatch&>(object), level);
+      static_cast<C3DPatch&>(object).SetLevel(level); // keeps the control mesh
     else
       SubdivideObject(object, level);
     const int after = object.GetFaceNbr();

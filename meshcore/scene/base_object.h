@@ -25,6 +25,7 @@ class C3DCurve;
 class C3DPatch;
 class C3DGroup;
 class C3DObjectCreator;
+enum _FACE_PROPERTIES : std::uint32_t;
 
 // Object kinds, one bit each so that sets of kinds test with a mask.
 enum _OBJECT_KINDOF : std::uint32_t {
@@ -140,6 +141,14 @@ public:
   // count and only the points they use, renumbered in first-use order; null
   // when nothing is selected or mode is not 1 or 3.
   C3DObject* SubObject(int count, _SUBOBJECT_MODE mode) const;
+
+  // Merges points closer than tolerance (see the welding operation); the
+  // counters receive how many points and faces went. Returns 0.
+  int Weld3DPoints(float tolerance, int& removedPoints, int& removedFaces);
+  // Cuts the selected faces of more than three corners into triangles; a face
+  // is selected when "all bits of flag set" equals (set != 0), so (FACE_NONE, 1)
+  // selects every face. Returns the number of faces cut.
+  int Triangulate(_FACE_PROPERTIES flag, int set);
 
   // Copies into dst (made by the creator when null). Meshes and patches copy
   // only into meshes and patches, curves into curves, groups into groups; 0 on

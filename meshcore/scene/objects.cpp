@@ -59,7 +59,15 @@ void C3DCurve::Serialize(CArchive& ar) {
 C3DPatch::C3DPatch() {
   m_kind = OBJECT_PATCH;
 }
-C3DPatch::~C3DPatch() = default;
+C3DPatch::~C3DPatch() {
+  ReleasePatch();
+}
+
+void C3DPatch::Serialize(CArchive& ar) {
+  if (ar.IsLoading())
+    ReleasePatch();
+  C3DBaseObject::Serialize(ar);
+}
 
 C3DGroup::C3DGroup() {
   m_kind = OBJECT_GROUP;

@@ -1,9 +1,11 @@
 #include "meshcore/scene/scene.h"
 
+#include "meshcore/mesh/dependent_channels.h"
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/platform/string_ids.h"
 #include "meshcore/platform/string_table.h"
 #include "meshcore/scene/base_object.h"
+#include "meshcore/scene/global_settings.h"
 #include "meshcore/scene/group_3d.h"
 #include "meshcore/scene/object_creator.h"
 
@@ -157,6 +159,19 @@ std::string C3DScene::GetFilepath() const {
   const std::string name = GetFilename();
   const std::size_t cut = name.find_last_of("/\\");
   return cut == std::string::npos ? std::string() : name.substr(0, cut + 1);
+}
+
+void C3DScene::SetGlobalSmoothAngle(float radians) {
+  C3DSceneNode* cursor = GetFirstNode(nullptr);
+  while (cursor) {
+    const C3DBaseObject* unused = nullptr;
+    C3DBaseObject* object = GetNextNode(unused, cursor, nullptr)->GetBaseObject();
+    // The effective angle, before the new value is stored. An object with an
+    // angle of its own is invalidated too when that angle differs, harmlessly.
+    if (object && object->GetChannels() && object->GetSmoothAngle() != radians)
+      object->GetChannels()->Invalidate(CHANNEL_POINT_NORMAL);
+  }
+  StoreGlobalSmoothAngle(radians);
 }
 
 C3DMaterial* C3DScene::FindMaterial(const C3DMaterial& m, int byEquality) const {

@@ -122,6 +122,13 @@ public:
   // The nodes whose objects use material id; returns their number.
   int GetNodesByMaterial(unsigned id, std::vector<C3DSceneNode*>& nodes, int unused) const;
 
+  // Library-wide settings, applied to the scene's objects and written to the
+  // host's profile. The angle is in radians: objects that smooth with a
+  // different effective angle lose their point normals (rebuilt on demand).
+  void SetGlobalSmoothAngle(float radians);
+  // Rebuilds every patch at level, then stores it.
+  void SetGlobalPatchLevel(unsigned level);
+
   // Copying, cloning and moving; flags are SCENE_COPY_FLAGS. Copies are made
   // with AddNode, so each level of copies lists in reverse order of the source.
   // A new scene with copies of the nodes below start (the root when null), or

@@ -1,18 +1,23 @@
 #include "mesh_fixtures.h"
 
+#include "meshcore/mesh/point_normal_channel.h"
 #include "meshcore/platform/archive.h"
 #include "meshcore/platform/byte_stream.h"
 #include "meshcore/platform/exceptions.h"
+#include "meshcore/platform/host.h"
 #include "meshcore/platform/string_table.h"
 #include "meshcore/scene/curve_3d.h"
+#include "meshcore/scene/global_settings.h"
 #include "meshcore/scene/group_3d.h"
 #include "meshcore/scene/object_3d.h"
 #include "meshcore/scene/patch_3d.h"
 #include "meshcore/scene/scene.h"
+#include "meshcore/scene/scene_settings.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -619,4 +624,103 @@ TEST_F(SceneTest, DamagedArchivesFailCleanly) {
     bad[i] = 0xFF;
     tryLoad(bad);
   }
+}
+
+namespace {
+// Keeps profile writes in memory and puts the library-wide values back.
+class MemoryProfileHost : public CMeshcoreHost {
+public:
+  MemoryProfileHost() { SetMeshcoreHost(this); }
+  ~MemoryProfileHost() override {
+    SetMeshcoreHost(nullptr);
+    SetGlobalSmoothAngleValue(SmoothDegreesToRadians(kDefaultSmoothDegrees));
+    SetGlobalPatchLevelValue(kDefaultPatchLevel);
+  }
+  bool WriteProfileInt(const std::string& section, const std::string& key, int value) override {
+    values[section + "/" + key] = value;
+    return true;
+  }
+  std::map<std::string, int> values;
+};
+} // namespace
+
+TEST_F(SceneTest, GlobalSettingsReachObjectsAndTheProfile) {
+  MemoryProfileHost host;
+  const float quarter = 0.7853982f;
+  C3DScene scene;
+  C3DBaseObject* global = AddMesh(scene, nullptr, "global")->GetBaseObject();
+  C3DBaseObject* own = AddMesh(scene, nullptr, "own")->GetBaseObject();
+  own->SetSmoothAngle(quarter);
+  CPointNormalChannel* globalNormals = global->GetPointNormalChannel();
+  CPointNormalChannel* ownNormals = own->GetPointNormalChannel();
+  ASSERT_TRUE(globalNormals && ownNormals);
+  ASSERT_TRUE(globalNormals->IsValid() && ownNormals->IsValid());
+
+  // Only objects whose effective angle differs lose their normals.
+  scene.SetGlobalSmoothAngle(quarter);
+  EXPECT_FALSE(globalNormals->IsValid());
+  EXPECT_TRUE(ownNormals->IsValid());
+  EXPECT_EQ(GetGlobalSmoothAngle(), quarter);
+  EXPECT_EQ(host.values["Render/smooth"], 45);
+
+  C3DBaseObject* patchObject = g_creator.GetNewPatchObject();
+  FillMesh(*patchObject, 4, {{0, 1, 2, 3}});
+  AddObject(scene, nullptr, patchObject, "patch");
+  auto& patch = static_cast<C3DPatch&>(*patchObject);
+  scene.SetGlobalPatchLevel(2);
+  EXPECT_EQ(patch.GetLevel(), 2);
+  EXPECT_EQ(patch.GetFaceNbr(), 16);
+  EXPECT_EQ(own->GetFaceNbr(), 1); // meshes are left alone
+  EXPECT_EQ(GetGlobalPatchLevel(), 2u);
+  EXPECT_EQ(host.values["Render/patchlevel"], 2);
+  scene.SetGlobalPatchLevel(0);
+  EXPECT_EQ(patch.GetFaceNbr(), 1);
+  EXPECT_EQ(host.values["Render/patchlevel"], 0);
+}
+
+TEST_F(SceneTest, SubdividedPatchStoresAndCopiesItsResult) {
+  C3DPatch patch;
+  patch.SetPointList(new C3DPointList);
+  patch.SetFaceList(new C3DFaceList);
+  FillMesh(patch, 4, {{0, 1, 2, 3}});
+  patch.AddChannel(MakeUVW(7001, 4, {{0, 1, 2, 3}}));
+  patch.SetLevel(1);
+  ASSERT_EQ(patch.GetFaceNbr(), 4);
+
+  // The archive holds what the base lists hold: the four quads.
+  CMemFile file;
+  {
+    CArchive ar(&file, CArchive::store);
+    patch.Serialize(ar);
+    ar.Flush();
+  }
+  C3DPatch loaded;
+  {
+    CMemFile in(file.Data());
+    CArchive ar(&in, CArchive::load);
+    loaded.Serialize(ar);
+  }
+  EXPECT_EQ(loaded.GetLevel(), -1);
+  ExpectSameObject(patch, loaded);
+
+  // Copies too, as patches that take the result as their control mesh.
+  std::unique_ptr<C3DBaseObject> copy(patch.Copy(0, nullptr));
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(copy->GetKindOf(), static_cast<unsigned>(OBJECT_PATCH));
+  EXPECT_EQ(static_cast<C3DPatch&>(*copy).GetLevel(), -1);
+  ExpectSameObject(patch, *copy);
+  std::unique_ptr<C3DObject> source(patch.GetSourceObject());
+  ASSERT_NE(source, nullptr);
+  EXPECT_EQ(source->GetFaceNbr(), 1);
+
+  // Loading into the subdivided patch itself lets its control mesh go.
+  {
+    CMemFile in(file.Data());
+    CArchive ar(&in, CArchive::load);
+    patch.Serialize(ar);
+  }
+  EXPECT_EQ(patch.GetLevel(), -1);
+  EXPECT_EQ(patch.GetFaceNbr(), 4);
+  patch.SetLevel(0);
+  EXPECT_EQ(patch.GetFaceNbr(), 4);
 }

@@ -2,6 +2,12 @@
 #include "meshcore/formats/library.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_registry.h"
+#include "meshcore/io/io_3d.h"
+#include "meshcore/mesh/face_list_3d.h"
+#include "meshcore/mesh/point_list_3d.h"
+#include "meshcore/scene/base_object.h"
+#include "meshcore/scene/object_creator.h"
+#include "meshcore/scene/scene.h"
 #include "tests/platform/test_env.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +16,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -93,6 +100,59 @@ protected:
   fs::path m_dir;
   std::optional<meshcore::test::ScopedEnv> m_home, m_lang, m_all, m_messages;
 };
+
+using Corners = std::vector<std::array<float, 3>>;
+
+// Saves scene as a Lightwave object through the library, started as the tool starts it.
+bool SaveLightwave(meshcore::C3DScene& scene, const std::string& file) {
+  meshcore::InitMeshcore();
+  meshcore::C3DIo io(file, meshcore::FILE_PARSER_SILENT);
+  return io.Save(0, &scene) == 1;
+}
+
+// Adds a node whose object has one face per entry of faces, each with corners of its own.
+void AddLooseFaces(meshcore::C3DScene& scene, meshcore::C3DBaseObject* object,
+                   const std::vector<Corners>& faces) {
+  meshcore::C3DPointList& points = *object->GetPointList();
+  meshcore::C3DFaceList& list = *object->GetFaceList();
+  list.SetSize(static_cast<int>(faces.size()));
+  for (std::size_t f = 0; f < faces.size(); ++f) {
+    list[static_cast<int>(f)].SetSize(static_cast<int>(faces[f].size()));
+    for (std::size_t k = 0; k < faces[f].size(); ++k) {
+      const int i = points.GetSize();
+      points.SetSize(i + 1);
+      points[i] = meshcore::C3DPoint(faces[f][k][0], faces[f][k][1], faces[f][k][2]);
+      list[static_cast<int>(f)][static_cast<int>(k)] = i;
+    }
+  }
+  scene.AddNode(nullptr, new meshcore::C3DSceneNode(object, 0));
+}
+
+// Face and point counts of the meshes and patches of a file, and whether all
+// their faces are triangles.
+struct Geometry {
+  int points = 0, faces = 0;
+  bool triangles = true;
+};
+Geometry ReadGeometry(const std::string& file) {
+  meshcore::C3DIo io(file, meshcore::FILE_PARSER_LOADING | meshcore::FILE_PARSER_SILENT);
+  std::unique_ptr<meshcore::C3DScene> scene(io.Read());
+  Geometry g;
+  if (!scene)
+    return {-1, -1, false};
+  meshcore::C3DSceneNode* cursor = scene->GetFirstNode(nullptr);
+  while (cursor) {
+    const meshcore::C3DBaseObject* object = nullptr;
+    scene->GetNextNode(object, cursor, nullptr);
+    if (!object || !object->GetFaceList())
+      continue;
+    g.points += object->GetPointNbr();
+    g.faces += object->GetFaceNbr();
+    for (int f = 0; f < object->GetFaceNbr(); ++f)
+      g.triangles = g.triangles && (*object->GetFaceList())[f].GetSize() == 3;
+  }
+  return g;
+}
 
 } // namespace
 
@@ -218,4 +278,101 @@ TEST_F(Tool, DemoSavesAndReadsBackItsScene) {
   ToolRun temp = RunTool({"demo"});
   EXPECT_EQ(temp.status, 0);
   EXPECT_NE(temp.out.find("\ndemo.lwo\n"), std::string::npos) << temp.out;
+}
+
+TEST_F(Tool, ConvertWeldsTriangulatesAndSubdivides) {
+  if (!HasLightwave())
+    GTEST_SKIP() << "no Lightwave codec in this build";
+  // Two quads and a pentagon side by side, each with corners of its own (one a
+  // little off), and a separate one-quad patch.
+  meshcore::C3DObjectCreator creator;
+  {
+    meshcore::C3DScene scene;
+    AddLooseFaces(scene, creator.GetNewPolygonalObject(),
+                  {{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}},
+                   {{1.0002f, 0, 0}, {2, 0, 0}, {2, 1, 0}, {1, 1, 0}},
+                   {{2, 0, 0}, {3, 0, 0}, {3.5f, 0.5f, 0}, {3, 1, 0}, {2, 1, 0}}});
+    AddLooseFaces(scene, creator.GetNewPatchObject(),
+                  {{{0, 0, 5}, {1, 0, 5}, {1, 1, 5}, {0, 1, 5}}});
+    ASSERT_TRUE(SaveLightwave(scene, File("in.lwo")));
+  }
+  const Geometry in = ReadGeometry(File("in.lwo"));
+  ASSERT_EQ(in.points, 17);
+  ASSERT_FALSE(in.triangles);
+
+  // Whatever the order on the command line, welding comes first.
+  ToolRun run =
+      RunTool({"convert", "--triangulate", "--weld", "0.001", File("in.lwo"), File("out.lwo")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "weld: 4 points and 0 faces removed from 1 object\n"
+                     "triangulate: 4 faces cut into 9 triangles in 2 objects\n");
+  Geometry out = ReadGeometry(File("out.lwo"));
+  EXPECT_TRUE(out.triangles);
+  EXPECT_EQ(out.points, 9 + 4);
+  EXPECT_EQ(out.faces, 7 + 2);
+
+  // Patches alone by default (a Lightwave file keeps their control mesh), or
+  // every mesh; --silent keeps the reports back.
+  run = RunTool({"convert", "--subdivide=2", File("in.lwo"), File("patch.lwo")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "subdivide: level 2, 1 object, 1 face became 16\n");
+  EXPECT_EQ(ReadGeometry(File("patch.lwo")).faces, 3 + 1);
+  run = RunTool({"convert", "--silent", "--triangulate", "--subdivide-all", "1", File("in.lwo"),
+                 File("all.lwo")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  out = ReadGeometry(File("all.lwo"));
+  EXPECT_EQ(out.faces, 7 * 4 + 2);
+  EXPECT_TRUE(out.triangles);
+}
+
+TEST_F(Tool, ConvertOperationArgumentsAreChecked) {
+  const std::string help = RunTool({"--help"}).out;
+  for (const char* option : {"--weld TOL", "--triangulate", "--subdivide N", "--subdivide-all N"})
+    EXPECT_NE(help.find(option), std::string::npos) << option;
+
+  const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
+      {{"--weld", "-1"}, "invalid tolerance '-1' for --weld"},
+      {{"--weld", "1e3x"}, "invalid tolerance '1e3x'"},
+      {{"--weld=inf"}, "invalid tolerance 'inf'"},
+      {{"--subdivide", "9"}, "invalid level '9' for --subdivide (0 to 8)"},
+      {{"--subdivide-all", "2.5"}, "invalid level '2.5' for --subdivide-all"},
+      {{"--subdivide", "1", "--subdivide-all", "1"}, "exclude each other"},
+  };
+  for (const auto& [options, message] : bad) {
+    std::vector<std::string> args = {"convert"};
+    args.insert(args.end(), options.begin(), options.end());
+    args.insert(args.end(), {"a.lwo", "b.lwo"});
+    const ToolRun run = RunTool(args);
+    EXPECT_EQ(run.status, 2) << options[0];
+    EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+  }
+  const ToolRun missing = RunTool({"convert", "a.lwo", "b.lwo", "--weld"});
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_NE(missing.err.find("--weld needs a tolerance"), std::string::npos) << missing.err;
+  const ToolRun elsewhere = RunTool({"info", "--triangulate", "a.lwo"});
+  EXPECT_EQ(elsewhere.status, 2);
+  EXPECT_NE(elsewhere.err.find("--triangulate is an option of convert only"), std::string::npos);
+
+  // A level whose result could not be held is refused before any work, and
+  // nothing is written: 272 quads times 4^8 is past the limit.
+  if (!HasLightwave())
+    return;
+  {
+    meshcore::C3DScene scene;
+    std::vector<Corners> quads;
+    for (int y = 0; y < 16; ++y)
+      for (int x = 0; x < 17; ++x) {
+        const float fx = static_cast<float>(x), fy = static_cast<float>(y);
+        quads.push_back({{fx, fy, 0}, {fx + 1, fy, 0}, {fx + 1, fy + 1, 0}, {fx, fy + 1, 0}});
+      }
+    meshcore::C3DObjectCreator creator;
+    AddLooseFaces(scene, creator.GetNewPolygonalObject(), quads);
+    ASSERT_TRUE(SaveLightwave(scene, File("grid.lwo")));
+  }
+  const ToolRun huge =
+      RunTool({"convert", "--subdivide-all", "8", File("grid.lwo"), File("huge.lwo")});
+  EXPECT_EQ(huge.status, 1);
+  EXPECT_NE(huge.err.find("choose a lower level"), std::string::npos) << huge.err;
+  EXPECT_FALSE(fs::exists(File("huge.lwo")));
 }
