@@ -1,4 +1,5 @@
-# Installs the build into a scratch prefix, then configures, builds and runs a consumer.
+# Installs the build into a scratch prefix, then configures, builds and runs a consumer
+# with the same compiler flags (a sanitizer build needs its runtime at link time).
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix}
@@ -8,6 +9,7 @@ if(rc)
 endif()
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build
                         -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX}
+                        "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINK_FLAGS}"
                 RESULT_VARIABLE rc)
 if(rc)
   message(FATAL_ERROR "consumer configure failed")
