@@ -274,6 +274,41 @@ void FillChannelFaces(FaceList& faces, const st_lwLayer& layer, std::size_t firs
   }
 }
 
+// The usual texture map, one per-point map giving every point of the run a
+// value: texture points then come in the order the faces first use the mesh
+// points, so the texture faces repeat the mesh faces and point i takes the
+// value of mesh point i (runPoints: mesh point -> layer point). False when the maps are of any
+// other shape.
+bool FillWholeUVWMap(const std::vector<NamedMaps>& maps,
+                     const std::vector<std::uint32_t>& runPoints, const C3DFaceList& mesh,
+                     CUVWFaceList& faces, CUVWPointList& points) {
+  if (maps.size() != 1 || !maps[0].perPolygon.empty() || !maps[0].perPoint)
+    return false;
+  const st_lwVMap& map = *maps[0].perPoint;
+  for (std::uint32_t lp : runPoints)
+    if (map.attached[lp] < 0)
+      return false;
+  const int n = mesh.GetSize();
+  faces.SetSize(n);
+  for (int f = 0; f < n; ++f) {
+    const C3DFace& from = mesh[f];
+    CUVWFace& to = faces[f];
+    to.SetSize(from.GetSize());
+    std::memcpy(to.GetData(), from.GetData(), sizeof(int) * std::size_t(from.GetSize()));
+  }
+  points.SetSize(int(runPoints.size()));
+  CUVWPoint* out = points.GetFirst();
+  const std::uint32_t dimension = std::min<std::uint32_t>(map.dimension, 3);
+  for (std::size_t i = 0; i < runPoints.size(); ++i) {
+    const float* src = map.Value(std::size_t(map.attached[runPoints[i]]));
+    float v[3] = {0, 0, 0};
+    for (std::uint32_t k = 0; k < dimension; ++k)
+      v[k] = src[k];
+    out[i].SetUV(v[0], -v[1], v[2]); // Lightwave's v runs the other way
+  }
+  return true;
+}
+
 } // namespace
 
 CLightwaveIo::CLightwaveIo(CFileIo& owner) : C3DParser(owner) {}
@@ -441,6 +476,7 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
   auto faces = std::make_unique<C3DFaceList>();
   faces->SetSize(int(faceCount));
   std::vector<std::uint32_t> order; // object point -> layer point
+  order.reserve(std::min(layer.points.size(), (end - first) * 4));
   int f = 0;
   for (std::size_t p = first; p < end; ++p) {
     const st_lwPolygon& poly = layer.polygons[p];
@@ -459,16 +495,19 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
       }
       idx[k] = mapped;
     }
-    face.SetMaterialID(GetMaterial(object.get(), poly.surface));
+    // Surfaces already converted are looked up without the call.
+    const std::uint32_t s = poly.surface;
+    face.SetMaterialID(s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0
+                           ? unsigned(m_surfaceMaterial[s])
+                           : GetMaterial(object.get(), s));
   }
-  for (std::uint32_t lp : order)
-    m_pointRemap[lp] = -1;
+  m_runPoints = std::move(order);
 
   auto points = std::make_unique<C3DPointList>();
-  points->SetSize(int(order.size()));
+  points->SetSize(int(m_runPoints.size()));
   C3DPoint* out = points->GetFirst();
-  for (std::size_t i = 0; i < order.size(); ++i) {
-    const float* p = layer.points[order[i]].pos;
+  for (std::size_t i = 0; i < m_runPoints.size(); ++i) {
+    const float* p = layer.points[m_runPoints[i]].pos;
     out[i].x = p[0];
     out[i].y = p[1];
     out[i].z = p[2];
@@ -477,6 +516,9 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
   object->SetFaceList(faces.release());
   CreateUVWChannel(object.get(), layer, first, end, int(faceCount));
   CreateVCChannel(object.get(), layer, first, end, int(faceCount));
+  for (std::uint32_t lp : m_runPoints)
+    m_pointRemap[lp] = -1;
+  m_runPoints.clear();
   CreateNode(m_scene, object.release(), layer);
 }
 
@@ -533,18 +575,20 @@ void CLightwaveIo::CreateUVWChannel(C3DBaseObject* object, const st_lwLayer& lay
   auto maps = CollectMaps(layer, false);
   if (maps.empty())
     return;
-  ChannelBuilder builder(layer, maps, m_surfaceUVMap, false);
   auto channel = std::make_unique<CUVWChannel>();
   CUVWFaceList& faces = *channel->GetUVWFaceList();
-  faces.SetSize(faceCount);
-  FillChannelFaces(faces, layer, first, end, builder);
-  if (!builder.FoundAny())
-    return;
   CUVWPointList& points = *channel->GetUVWPointList();
-  const auto& values = builder.Values();
-  points.SetSize(int(values.size()));
-  for (std::size_t i = 0; i < values.size(); ++i)
-    points[int(i)].SetUV(values[i].v[0], values[i].v[1], values[i].v[2]);
+  if (!FillWholeUVWMap(maps, m_runPoints, *object->GetFaceList(), faces, points)) {
+    ChannelBuilder builder(layer, maps, m_surfaceUVMap, false);
+    faces.SetSize(faceCount);
+    FillChannelFaces(faces, layer, first, end, builder);
+    if (!builder.FoundAny())
+      return;
+    const auto& values = builder.Values();
+    points.SetSize(int(values.size()));
+    for (std::size_t i = 0; i < values.size(); ++i)
+      points[int(i)].SetUV(values[i].v[0], values[i].v[1], values[i].v[2]);
+  }
 
   const unsigned id = channel->GetID();
   object->AddChannel(channel.release());

@@ -110,6 +110,7 @@ private:
   std::set<std::string> m_materialNames;       // names used so far
   std::map<std::uint32_t, C3DSceneNode*> m_layerGroups;
   std::vector<std::int32_t> m_pointRemap; // layer point -> object point, -1 when unused
+  std::vector<std::uint32_t> m_runPoints; // object point -> layer point of the run being converted
 
   // Writing state.
   unsigned m_layerCounter = 0;

@@ -399,6 +399,44 @@ TEST_F(LightwaveIo, MaterialsFromSurfaces) {
   EXPECT_EQ(s.FindChannel(lwid::COLR)->blocks[0].projection, 5u);
 }
 
+// One per-point texture map: every corner carries its point's value, whether
+// all points have one or some fall back to the shared default.
+TEST_F(LightwaveIo, PerPointTextureMapFollowsTheCorners) {
+  for (bool complete : {true, false}) {
+    SCOPED_TRACE(complete);
+    Bytes c;
+    c.chunk("TAGS", Bytes().s0("Red"));
+    c.chunk("PNTS", Points({0, 0, 0, 1, 0, 0, 2, 0, 0, 0, 1, 0, 1, 1, 0, 2, 1, 0}));
+    c.chunk("POLS", Bytes().id("FACE").u2(4).u2(0).u2(1).u2(4).u2(3).u2(4).u2(1).u2(2).u2(5).u2(4));
+    // Entries in another order than the points, so entry and point numbers differ.
+    Bytes vmap = Bytes().id("TXUV").u2(2).s0("uv");
+    for (int p = 5; p >= 0; --p)
+      if (complete || p != 2)
+        vmap.vx(std::uint32_t(p)).f4(float(p % 3) / 10).f4(float(p / 3) / 10);
+    c.chunk("VMAP", vmap);
+    auto scene = ReadBytes(Form("LWO2", c));
+    ASSERT_TRUE(scene);
+    C3DBaseObject* object = Nodes(*scene)[1]->GetBaseObject();
+    CUVWChannel* uv = object->GetChannels()->GetUVWChannel(0);
+    ASSERT_TRUE(uv);
+    // Without point 2's value: five values and the default.
+    EXPECT_EQ(uv->GetUVWPointList()->GetSize(), 6);
+    ASSERT_EQ(uv->GetUVWFaceList()->GetSize(), 2);
+    for (int f = 0; f < 2; ++f) {
+      const C3DFace& face = (*object->GetFaceList())[f];
+      const CUVWFace& tf = (*uv->GetUVWFaceList())[f];
+      ASSERT_EQ(tf.GetSize(), 4);
+      for (int k = 0; k < 4; ++k) {
+        const C3DPoint& p = (*object->GetPointList())[face[k]];
+        const CUVWPoint& t = (*uv->GetUVWPointList())[tf[k]];
+        bool missing = !complete && p.x == 2 && p.y == 0;
+        EXPECT_FLOAT_EQ(t.u, missing ? 0.0f : p.x / 10);
+        EXPECT_FLOAT_EQ(t.v, missing ? 0.0f : -p.y / 10);
+      }
+    }
+  }
+}
+
 TEST_F(LightwaveIo, TextureAndColourChannels) {
   Bytes c = Square();
   c.chunk("VMAP", Bytes().id("TXUV").u2(2).s0("other").vx(0).f4(7).f4(7));
