@@ -184,31 +184,46 @@ void CElementArray::FreeExtra() {
   }
 }
 
-void CElementArray::MyConstructElements(void* p, int n) {
+void CElementArray::ConstructElements(void* p, int n) {
   auto* rec = static_cast<unsigned char*>(p);
   int done = 0;
   try {
     for (; done < n; ++done)
       ConstructElement(rec + static_cast<std::size_t>(done) * m_recordSize);
   } catch (...) {
-    MyDestructElements(p, done);
+    DestructElements(p, done);
     throw;
   }
 }
 
-void CElementArray::MyDestructElements(void* p, int n) {
+void CElementArray::DestructElements(void* p, int n) {
   auto* rec = static_cast<unsigned char*>(p);
   for (int k = 0; k < n; ++k)
     DestructElement(rec + static_cast<std::size_t>(k) * m_recordSize);
 }
 
-void CElementArray::MyCopyElements(void* dst, const void* src, int n) {
+void CElementArray::CopyElements(void* dst, const void* src, int n) {
   auto* d = static_cast<unsigned char*>(dst);
   auto* s = static_cast<unsigned char*>(const_cast<void*>(src));
   for (int k = 0; k < n; ++k) {
     const std::size_t off = static_cast<std::size_t>(k) * m_recordSize;
     CopyElement(d + off, s + off);
   }
+}
+
+void CElementArray::MyConstructElements(void* p, int n) {
+  if (n > 0)
+    ConstructElements(p, n);
+}
+
+void CElementArray::MyDestructElements(void* p, int n) {
+  if (n > 0)
+    DestructElements(p, n);
+}
+
+void CElementArray::MyCopyElements(void* dst, const void* src, int n) {
+  if (n > 0)
+    CopyElements(dst, src, n);
 }
 
 void CElementArray::Serialize(CArchive& ar) {

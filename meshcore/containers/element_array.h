@@ -31,6 +31,12 @@ public:
   virtual void DestructElement(void* element) = 0;
   virtual void CopyElement(void* dst, void* src) = 0;
   virtual void SerializeElement(CArchive& ar, void* element) = 0;
+  // The same over n consecutive records. These run for every resize and copy,
+  // so kinds that know their element type override them with a typed loop
+  // instead of one virtual call per record.
+  virtual void ConstructElements(void* p, int n);
+  virtual void DestructElements(void* p, int n);
+  virtual void CopyElements(void* dst, const void* src, int n);
   // Fewest bytes one element takes in an archive; used to refuse counts that
   // the rest of a stream cannot hold. Kinds with larger records override it.
   virtual std::uint32_t GetMinArchivedElementSize() const { return 1; }

@@ -110,6 +110,31 @@ public:
   }
   void SerializeElement(CArchive& ar, void* p) override { static_cast<T*>(p)->Serialize(ar); }
   std::uint32_t GetMinArchivedElementSize() const override { return ArchivedSize; }
+
+  // Typed loops: the element's own constructor, destructor and assignment are
+  // called directly and inlined.
+  void ConstructElements(void* p, int n) override {
+    T* e = static_cast<T*>(p);
+    int k = 0;
+    try {
+      for (; k < n; ++k)
+        new (e + k) T();
+    } catch (...) {
+      DestructElements(p, k);
+      throw;
+    }
+  }
+  void DestructElements(void* p, int n) override {
+    T* e = static_cast<T*>(p);
+    for (int k = 0; k < n; ++k)
+      e[k].T::~T();
+  }
+  void CopyElements(void* dst, const void* src, int n) override {
+    T* d = static_cast<T*>(dst);
+    const T* s = static_cast<const T*>(src);
+    for (int k = 0; k < n; ++k)
+      d[k] = s[k];
+  }
 };
 
 } // namespace meshcore
