@@ -9,6 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
 namespace meshcore {
 
 MESHCORE_IMPLEMENT_DYNAMIC(CElementArray, CObject)
@@ -21,6 +25,23 @@ std::atomic<std::uint32_t> s_nextArrayID{0};
 // A grow-by read from a file beyond this is not a plausible setting but a way to
 // make the next Add allocate gigabytes; such values fall back to automatic.
 constexpr std::uint32_t kMaxArchivedGrowBy = 1u << 16;
+
+// Large blocks ask for huge pages where the system grants them on request: a
+// list of a million records otherwise costs tens of thousands of page faults
+// when it is first filled.
+void AdviseLargeBlock([[maybe_unused]] void* p, [[maybe_unused]] std::size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+  constexpr std::size_t kLarge = std::size_t(8) << 20;
+  constexpr std::uintptr_t kPage = 4096;
+  if (bytes < kLarge)
+    return;
+  const auto start = reinterpret_cast<std::uintptr_t>(p);
+  const std::uintptr_t b = (start + kPage - 1) & ~(kPage - 1);
+  const std::uintptr_t e = (start + bytes) & ~(kPage - 1);
+  if (e > b)
+    ::madvise(reinterpret_cast<void*>(b), e - b, MADV_HUGEPAGE); // only advice: failure is harmless
+#endif
+}
 
 } // namespace
 
@@ -47,6 +68,7 @@ void CElementArray::Reallocate(int capacity) {
     throw CMemoryException();
   m_data = static_cast<unsigned char*>(p);
   m_capacity = capacity;
+  AdviseLargeBlock(p, bytes);
 }
 
 std::intptr_t CElementArray::OffsetOf(const void* p) const {
