@@ -3,11 +3,12 @@
 #include "meshcore/containers/hash_table.h"
 #include "meshcore/containers/next_prime.h"
 #include "meshcore/mesh/face_list_3d.h"
-#include "meshcore/mesh/geom_info.h"
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/operations/proximity.h"
+#include "meshcore/platform/exceptions.h"
 #include "meshcore/scene/base_object.h"
 
+#include <algorithm>
 #include <memory>
 #include <numeric>
 #include <vector>
@@ -97,6 +98,56 @@ void NeighbourSet(const CProximityMap& map, const int* cells, int cellCount, int
   }
 }
 
+void CheckFaceIndices(const C3DFaceList& faces, int n) {
+  for (int f = 0; f < faces.GetSize(); ++f) {
+    const C3DFace& face = faces[f];
+    if (face.IsFlagSet(FACE_EXCLUDED))
+      continue;
+    const int* d = face.GetData();
+    for (int k = 0; k < face.GetSize(); ++k)
+      if (d[k] < 0 || d[k] >= n)
+        throw CInvalidArgException();
+  }
+}
+
+// Leaves every face as the list's ReplaceIndex(m, target[m]) would, called for
+// each cluster's members in their order: such a call only touches faces that
+// hold m, never brings m back, and calls of different clusters touch disjoint
+// indices, so each face can take its own members, cluster by cluster, in
+// member order. Excluded faces are left alone, as the list's graph skips them.
+// Returns whether a face changed.
+bool RemapFaces(C3DFaceList& faces, const std::vector<int>& target, const std::vector<int>& order) {
+  bool changed = false;
+  std::vector<int> hits;
+  for (int f = 0; f < faces.GetSize(); ++f) {
+    C3DFace& face = faces[f];
+    if (face.IsFlagSet(FACE_EXCLUDED))
+      continue;
+    const int* d = face.GetData();
+    const int size = face.GetSize();
+    hits.clear();
+    for (int k = 0; k < size; ++k)
+      if (target[static_cast<std::size_t>(d[k])] >= 0)
+        hits.push_back(d[k]);
+    if (hits.empty())
+      continue;
+    changed = true;
+    if (hits.size() > 1) {
+      std::sort(hits.begin(), hits.end(), [&](int a, int b) {
+        const int ta = target[static_cast<std::size_t>(a)],
+                  tb = target[static_cast<std::size_t>(b)];
+        return ta != tb ? ta < tb
+                        : order[static_cast<std::size_t>(a)] < order[static_cast<std::size_t>(b)];
+      });
+      // One call per member, however often the face lists it.
+      hits.erase(std::unique(hits.begin(), hits.end()), hits.end());
+    }
+    for (int m : hits)
+      face.ReplaceIndex(m, target[static_cast<std::size_t>(m)]);
+  }
+  return changed;
+}
+
 } // namespace
 
 int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int& removedFaces) {
@@ -161,12 +212,13 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
             fill[static_cast<std::size_t>(parent[static_cast<std::size_t>(e)])]++)] = e;
   }
 
-  CGeomInfo info(&object);
-  faces->InitPointToFaceGraph(&info);
+  // Indices the graph of the faces could not hold are refused before anything moves.
+  CheckFaceIndices(*faces, n);
   std::vector<int> members, stack, local;
   std::vector<std::unique_ptr<CHashTable<int>>> sets;
   CFlatMap<int, int> localOf;
-  int changed = 0;
+  // Each member's target point and place in its cluster's replacement order.
+  std::vector<int> target(static_cast<std::size_t>(n), -1), order(static_cast<std::size_t>(n), 0);
 
   CSlotOrder own(5), set(5); // a fresh set's slot count
   // A cluster's representative is its first point in the keys' slot order.
@@ -252,13 +304,16 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
       }
     }
 
-    for (int m : members)
-      if (faces->ReplaceIndex(&info, m, p))
-        changed = 1;
+    for (std::size_t k = 0; k < members.size(); ++k) {
+      target[static_cast<std::size_t>(members[k])] = p;
+      order[static_cast<std::size_t>(members[k])] = static_cast<int>(k);
+    }
   }
 
-  if (changed)
+  if (RemapFaces(*faces, target, order)) {
+    faces->DeleteEdgeToFaceGraph();
     object.Clean();
+  }
   removedPoints = p0 - object.GetPointNbr();
   removedFaces = f0 - object.GetFaceNbr();
   return 0;

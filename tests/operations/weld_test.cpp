@@ -229,9 +229,23 @@ TEST(Weld, MatchesTheProximityResultWalkExactly) {
       }
       faces.push_back(face);
     }
+    // Faces over points of other faces: several members of one cluster, the
+    // target itself, and an index listed twice in one face.
+    std::uniform_int_distribution<int> anyPoint(0, static_cast<int>(pts.size()) - 1);
+    for (int f = 0; f < 15; ++f) {
+      std::vector<int> face;
+      for (int k = 0; k < 3 + f % 3; ++k)
+        face.push_back(anyPoint(rng));
+      if (f % 4 == 0)
+        face.push_back(face[0] == face[1] ? face[2] : face[1]);
+      faces.push_back(face);
+    }
     const float tolerance = 0.2f + 0.1f * static_cast<float>(round % 4);
     auto fast = MakeMesh(pts, faces);
     auto slow = MakeMesh(pts, faces);
+    // Faces kept out of the graphs are kept out of the welding too.
+    (*fast->GetFaceList())[round].SetFlag(FACE_EXCLUDED, 1);
+    (*slow->GetFaceList())[round].SetFlag(FACE_EXCLUDED, 1);
     int points = 0, removed = 0;
     Weld3DPoints(*fast, tolerance, points, removed);
     ReferenceWeld(*slow, tolerance);
