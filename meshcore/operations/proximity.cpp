@@ -71,7 +71,7 @@ int CProximityMap::Insert(const IntCoord& cell, std::uint32_t hash) {
 
 int CProximityMap::AddPoint(const IntCoord& cell) {
   const std::uint32_t hash = IntCoordHash()(cell);
-  Recent& recent = m_recent[hash & 15];
+  Recent& recent = m_recent[hash & (kRecent - 1)];
   if (recent.entry < 0 || recent.cell != cell)
     recent = {cell, Insert(cell, hash)};
   m_cellOf.push_back(recent.entry);

@@ -146,12 +146,14 @@ private:
   std::vector<int> m_indices;
   std::vector<int> m_cellOf;
   // Cells met lately: shared corners of neighbouring faces usually come close
-  // together in the point list, and this spares their slot searches.
+  // together in the point list (often a row of faces apart), and this spares
+  // their searches in the far larger slot table.
   struct Recent {
     IntCoord cell;
     int entry = -1;
   };
-  Recent m_recent[16];
+  static constexpr std::size_t kRecent = 8192;
+  std::vector<Recent> m_recent = std::vector<Recent>(kRecent);
 };
 
 // For every cell e of map, the numbers of the cells that hold points among
