@@ -81,7 +81,7 @@ void CIntArrayID::Reallocate(int capacity) {
   m_capacity = capacity;
 }
 
-void CIntArrayID::SetSize(int n) {
+void CIntArrayID::SetSizeSlow(int n) {
   if (n <= 0) {
     Release();
     return;

@@ -38,7 +38,22 @@ public:
 
   // New elements are 0. The first allocation holds exactly n; later growth adds
   // size / 8 clamped to 4..1024. Shrinking keeps the block.
-  void SetSize(int n);
+  // Sizes within the current room, or a first size that fits inline, stay in
+  // the header: loaders size millions of small faces this way.
+  void SetSize(int n) {
+    if (n > 0 && (n <= m_capacity || (m_capacity == 0 && n <= kInline))) {
+      if (m_capacity == 0)
+        m_capacity = n; // exactly n, inline
+      if (n > m_size) {
+        int* d = Data();
+        for (int i = m_size; i < n; ++i)
+          d[i] = 0;
+      }
+      m_size = n;
+      return;
+    }
+    SetSizeSlow(n);
+  }
   // Room for n values, size 0.
   void Init(int n) {
     SetSize(n);
@@ -77,6 +92,7 @@ private:
   // Moves the first min(size, capacity) values into storage for capacity values.
   void Reallocate(int capacity);
   void Release();
+  void SetSizeSlow(int n);
 
   int m_size = 0;
   int m_capacity = 0; // the inline room is used while this is at most kInline

@@ -53,12 +53,6 @@ CCustomData* CFace::GetCustomData(int create) {
   return m_pCustomData;
 }
 
-void CFace::SetSize(int n) {
-  CIntArrayID::SetSize(n);
-  if (n >= 3)
-    SetFlag(FACE_INVALID, 0);
-}
-
 void CFace::SetTriangle(int a, int b, int c) {
   CIntArrayID::SetSize(3);
   int* d = GetData();

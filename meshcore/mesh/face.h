@@ -56,7 +56,11 @@ public:
   virtual void GetCenter(CGeomInfo* info, C4DPoint& center) const = 0;
 
   // Resizes the index array (new indices 0); clears FACE_INVALID when n >= 3.
-  void SetSize(int n);
+  void SetSize(int n) {
+    CIntArrayID::SetSize(n);
+    if (n >= 3)
+      m_flags &= ~static_cast<std::uint32_t>(FACE_INVALID);
+  }
   void SetTriangle(int a, int b, int c);
   // Appends i and returns its position; FACE_INVALID follows whether three indices exist.
   int AddIndex(int i);

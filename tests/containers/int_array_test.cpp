@@ -59,6 +59,32 @@ TEST(IntArrayID, GrowthAcrossTheInlineRoom) {
   EXPECT_EQ(s.GetData(), nullptr);
 }
 
+TEST(IntArrayID, SetSizeWithinTheInlineRoom) {
+  // A first size that fits inline takes exactly that room, zeroed.
+  CIntArrayID a;
+  a.SetSize(3);
+  EXPECT_EQ(a.GetCapacity(), 3);
+  EXPECT_EQ(Values(a), (std::vector<int>{0, 0, 0}));
+  a[0] = 7, a[1] = 8, a[2] = 9;
+  // Shrinking and regrowing inside the room zeroes only what comes back.
+  a.SetSize(1);
+  a.SetSize(3);
+  EXPECT_EQ(a.GetCapacity(), 3);
+  EXPECT_EQ(Values(a), (std::vector<int>{7, 0, 0}));
+  // One past the room grows by the usual step, onto the heap, values kept.
+  a.SetSize(4);
+  EXPECT_EQ(a.GetCapacity(), 7);
+  EXPECT_EQ(Values(a), (std::vector<int>{7, 0, 0, 0}));
+  // A heap block is reused for small sizes rather than given back.
+  a.SetSize(2);
+  EXPECT_EQ(a.GetCapacity(), 7);
+  a.SetSize(0);
+  EXPECT_EQ(a.GetCapacity(), 0);
+  a.SetSize(-1);
+  EXPECT_EQ(a.GetSize(), 0);
+  EXPECT_EQ(a.GetData(), nullptr);
+}
+
 TEST(IntArrayID, SurvivesRawByteMoves) {
   // Element records holding arrays are moved with memcpy; no pointer may refer
   // back into the object.
