@@ -2,16 +2,13 @@
 
 #include "meshcore/platform/archive.h"
 #include "meshcore/platform/exceptions.h"
+#include "meshcore/platform/memory.h"
 
 #include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
 
 namespace meshcore {
 
@@ -25,23 +22,6 @@ std::atomic<std::uint32_t> s_nextArrayID{0};
 // A grow-by read from a file beyond this is not a plausible setting but a way to
 // make the next Add allocate gigabytes; such values fall back to automatic.
 constexpr std::uint32_t kMaxArchivedGrowBy = 1u << 16;
-
-// Large blocks ask for huge pages where the system grants them on request: a
-// list of a million records otherwise costs tens of thousands of page faults
-// when it is first filled.
-void AdviseLargeBlock([[maybe_unused]] void* p, [[maybe_unused]] std::size_t bytes) {
-#if defined(MADV_HUGEPAGE)
-  constexpr std::size_t kLarge = std::size_t(8) << 20;
-  constexpr std::uintptr_t kPage = 4096;
-  if (bytes < kLarge)
-    return;
-  const auto start = reinterpret_cast<std::uintptr_t>(p);
-  const std::uintptr_t b = (start + kPage - 1) & ~(kPage - 1);
-  const std::uintptr_t e = (start + bytes) & ~(kPage - 1);
-  if (e > b)
-    ::madvise(reinterpret_cast<void*>(b), e - b, MADV_HUGEPAGE); // only advice: failure is harmless
-#endif
-}
 
 } // namespace
 

@@ -1,0 +1,25 @@
+#include "meshcore/platform/memory.h"
+
+#include <cstdint>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
+namespace meshcore {
+
+void AdviseLargeBlock([[maybe_unused]] void* p, [[maybe_unused]] std::size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+  constexpr std::size_t kLarge = std::size_t(8) << 20;
+  constexpr std::uintptr_t kPage = 4096;
+  if (!p || bytes < kLarge)
+    return;
+  const auto start = reinterpret_cast<std::uintptr_t>(p);
+  const std::uintptr_t b = (start + kPage - 1) & ~(kPage - 1);
+  const std::uintptr_t e = (start + bytes) & ~(kPage - 1);
+  if (e > b)
+    ::madvise(reinterpret_cast<void*>(b), e - b, MADV_HUGEPAGE); // failure is harmless
+#endif
+}
+
+} // namespace meshcore
