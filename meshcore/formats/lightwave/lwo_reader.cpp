@@ -314,11 +314,29 @@ void Loader::ReadPoints(Span c) {
   layer.points.resize(old + count);
   const std::uint8_t* p = c.Pos();
   st_lwPoint* out = layer.points.data() + old;
+  // The box is kept up to date while the points are hot, unless the file gives one.
+  const bool box = !layer.hasBBox && count > 0;
+  float lo[3], hi[3];
+  if (box)
+    for (int k = 0; k < 3; ++k) {
+      lo[k] = old ? layer.bbox[k] : LoadF4(p + 4 * k);
+      hi[k] = old ? layer.bbox[3 + k] : lo[k];
+    }
   for (std::size_t i = 0; i < count; ++i, p += 12) {
     out[i].pos[0] = LoadF4(p);
     out[i].pos[1] = LoadF4(p + 4);
     out[i].pos[2] = LoadF4(p + 8);
+    if (box)
+      for (int k = 0; k < 3; ++k) {
+        lo[k] = std::min(lo[k], out[i].pos[k]);
+        hi[k] = std::max(hi[k], out[i].pos[k]);
+      }
   }
+  if (box)
+    for (int k = 0; k < 3; ++k) {
+      layer.bbox[k] = lo[k];
+      layer.bbox[3 + k] = hi[k];
+    }
 }
 
 void Loader::ReadBBox(Span c) {
@@ -360,21 +378,19 @@ void Loader::ReadPolygons(Span c) {
       oldVertices + vertices > std::numeric_limits<std::uint32_t>::max())
     throw BadFile{begin};
   layer.polygonBase = std::uint32_t(oldPolygons);
-  layer.polygons.resize(oldPolygons + polygons);
+  // Records are appended into exact room rather than constructed and overwritten.
+  layer.polygons.reserve(oldPolygons + polygons);
   layer.polygonVertices.resize(oldVertices + vertices);
 
-  st_lwPolygon* poly = layer.polygons.data() + oldPolygons;
   std::uint32_t* verts = layer.polygonVertices.data();
   std::uint32_t next = std::uint32_t(oldVertices);
   const std::uint32_t base32 = layer.pointBase;
-  for (const std::uint8_t* p = begin; p < end; ++poly) {
+  for (const std::uint8_t* p = begin; p < end;) {
     std::uint16_t word = LoadU2(p);
     p += 2;
     unsigned n = word & 0x03FF;
-    poly->type = type;
-    poly->vertexCount = std::uint16_t(n);
-    poly->flags = std::uint16_t(word >> 10);
-    poly->firstVertex = next;
+    layer.polygons.push_back(
+        st_lwPolygon{type, kLwNone, kLwNone, next, std::uint16_t(n), std::uint16_t(word >> 10)});
     for (unsigned i = 0; i < n; ++i) {
       unsigned size;
       verts[next++] = base32 + LoadVX(p, size);
@@ -794,8 +810,7 @@ void Loader::ReadOldSurface(Span c) {
 void Loader::Finish() {
   bool vertexNormals = options_.vertexNormals;
   for (auto& layer : object_->layers) {
-    if (!layer.hasBBox)
-      LwComputeBoundingBox(layer);
+    // Without a BBOX chunk the points were boxed as they were read.
     if (!layer.partTags.empty())
       layer.partTags.resize(layer.polygons.size(), kLwNone);
     if (!layer.smoothingGroups.empty())

@@ -110,6 +110,33 @@ TEST(LwoChunks, LayersPointBasesOddChunksAndLargeIndices) {
   EXPECT_FLOAT_EQ(b.bbox[3], 65280.0f);
 }
 
+TEST(LwoChunks, BoundingBoxOverEveryPointChunkUnlessTheFileGivesOne) {
+  Bytes c;
+  c.chunk("LAYR", Bytes().u2(0).u2(0).f4(0).f4(0).f4(0).s0(""));
+  c.chunk("PNTS", Points({1, -2, 3, 4, 5, -6}));
+  c.chunk("PNTS", Points({-7, 8, 0}));
+  c.chunk("POLS", Bytes().id("FACE").u2(3).u2(0).u2(0).u2(0));
+  c.chunk("LAYR", Bytes().u2(1).u2(0).f4(0).f4(0).f4(0).s0(""));
+  c.chunk("BBOX", Bytes().f4(-1).f4(-1).f4(-1).f4(1).f4(1).f4(1));
+  c.chunk("PNTS", Points({9, 9, 9}));
+  c.chunk("LAYR", Bytes().u2(2).u2(0).f4(0).f4(0).f4(0).s0(""));
+  c.chunk("PNTS", Points({2, 2, 2}));
+  c.chunk("BBOX", Bytes().f4(0).f4(0).f4(0).f4(3).f4(3).f4(3));
+  c.chunk("PNTS", Points({5, 5, 5}));
+  c.chunk("LAYR", Bytes().u2(3).u2(0).f4(0).f4(0).f4(0).s0(""));
+  auto obj = Load(Form("LWO2", c));
+  ASSERT_TRUE(obj);
+  ASSERT_EQ(obj->GetLayerNbr(), 4u);
+  auto box = [&](std::size_t i) {
+    return std::vector<float>(obj->layers[i].bbox, obj->layers[i].bbox + 6);
+  };
+  EXPECT_EQ(box(0), (std::vector<float>{-7, -2, -6, 4, 8, 3}));
+  // A BBOX chunk wins whether it comes before or after the points.
+  EXPECT_EQ(box(1), (std::vector<float>{-1, -1, -1, 1, 1, 1}));
+  EXPECT_EQ(box(2), (std::vector<float>{0, 0, 0, 3, 3, 3}));
+  EXPECT_EQ(box(3), (std::vector<float>(6, 0.0f)));
+}
+
 TEST(LwoChunks, VertexMapsPerPointAndPerPolygon) {
   Bytes c = SquareChunks();
   c.chunk("VMAP", Bytes().id("TXUV").u2(2).s0("uv").vx(1).f4(0.5f).f4(0.25f).vx(3).f4(1).f4(1));
