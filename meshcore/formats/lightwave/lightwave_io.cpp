@@ -10,6 +10,7 @@
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/mesh/uvw_channel.h"
 #include "meshcore/mesh/vc_channel.h"
+#include "meshcore/platform/mapped_file.h"
 #include "meshcore/scene/curve_3d.h"
 #include "meshcore/scene/group_3d.h"
 #include "meshcore/scene/material.h"
@@ -327,6 +328,19 @@ void CLightwaveIo::ResetReadState() {
 // Reading
 
 C3DScene* CLightwaveIo::Read(const std::string& name, unsigned flags) {
+  {
+    // Mapped, the file is parsed straight from the page cache; otherwise it is read.
+    CMappedFile mapped;
+    if (mapped.Open(name) && mapped.GetSize() >= 12 &&
+        std::uint64_t(mapped.GetSize()) <= 0xFFFFFFFFull + 8) {
+      LwLoadOptions options;
+      options.polygonNormals = options.pointPolygons = options.vertexNormals = false;
+      options.shouldCancel = &ShouldCancel;
+      m_object = LoadLightwaveObject(mapped.GetData(), mapped.GetSize(), options);
+      mapped.Close(); // keep the peak down
+      return BuildScene(flags);
+    }
+  }
   std::unique_ptr<std::uint8_t[]> bytes;
   std::size_t size = 0;
   {
