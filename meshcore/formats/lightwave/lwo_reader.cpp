@@ -352,51 +352,40 @@ void Loader::ReadPolygons(Span c) {
   const std::uint8_t* begin = c.Pos();
   const std::uint8_t* end = c.End();
   const std::uint64_t pointCount = layer.points.size();
-  const std::uint64_t pointBase = layer.pointBase;
+  const std::uint32_t pointBase = layer.pointBase;
 
-  // First pass: structure and indices, so that the arrays are sized exactly.
-  std::size_t polygons = 0, vertices = 0;
+  // One pass that checks and decodes. Every vertex takes two bytes or more, so
+  // the vertex room is reserved once; pages never written cost nothing.
+  const std::size_t oldPolygons = layer.polygons.size();
+  const std::size_t oldVertices = layer.polygonVertices.size();
+  const std::size_t maxVertices = std::size_t(end - begin) / 2;
+  layer.polygonVertices.reserve(oldVertices + maxVertices);
+  layer.polygons.reserve(oldPolygons + maxVertices / 4 + 1); // quads with short indices
+  auto& verts = layer.polygonVertices;
   for (const std::uint8_t* p = begin; p < end;) {
     if (end - p < 2)
       throw BadFile{p};
-    unsigned n = LoadU2(p) & 0x03FF;
+    const std::uint16_t word = LoadU2(p);
     p += 2;
+    const unsigned n = word & 0x03FF;
+    const auto first = std::uint32_t(verts.size());
     for (unsigned i = 0; i < n; ++i) {
       if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
         throw BadFile{p};
       unsigned size;
-      std::uint32_t v = LoadVX(p, size);
-      if (pointBase + v >= pointCount)
+      const std::uint32_t v = LoadVX(p, size);
+      if (std::uint64_t(pointBase) + v >= pointCount)
         throw BadFile{p};
+      verts.push_back(pointBase + v);
       p += size;
     }
-    ++polygons;
-    vertices += n;
+    layer.polygons.push_back(
+        st_lwPolygon{type, kLwNone, kLwNone, first, std::uint16_t(n), std::uint16_t(word >> 10)});
   }
-  std::size_t oldPolygons = layer.polygons.size(), oldVertices = layer.polygonVertices.size();
-  if (oldPolygons + polygons > std::numeric_limits<std::uint32_t>::max() ||
-      oldVertices + vertices > std::numeric_limits<std::uint32_t>::max())
+  if (layer.polygons.size() > std::numeric_limits<std::uint32_t>::max() ||
+      verts.size() > std::numeric_limits<std::uint32_t>::max())
     throw BadFile{begin};
   layer.polygonBase = std::uint32_t(oldPolygons);
-  // Records are appended into exact room rather than constructed and overwritten.
-  layer.polygons.reserve(oldPolygons + polygons);
-  layer.polygonVertices.resize(oldVertices + vertices);
-
-  std::uint32_t* verts = layer.polygonVertices.data();
-  std::uint32_t next = std::uint32_t(oldVertices);
-  const std::uint32_t base32 = layer.pointBase;
-  for (const std::uint8_t* p = begin; p < end;) {
-    std::uint16_t word = LoadU2(p);
-    p += 2;
-    unsigned n = word & 0x03FF;
-    layer.polygons.push_back(
-        st_lwPolygon{type, kLwNone, kLwNone, next, std::uint16_t(n), std::uint16_t(word >> 10)});
-    for (unsigned i = 0; i < n; ++i) {
-      unsigned size;
-      verts[next++] = base32 + LoadVX(p, size);
-      p += size;
-    }
-  }
 }
 
 void Loader::ReadPolygonTags(Span c) {
