@@ -69,16 +69,11 @@ TEST(Host, InstallAndRestore) {
   } recorder;
 
   CMeshcoreHost& def = GetMeshcoreHost();
-  EXPECT_EQ(def.GetApplicationName(), "meshcore");
-  EXPECT_EQ(def.GetMainWindow(), nullptr);
-  std::string name = "a.obj";
-  EXPECT_FALSE(def.OpenFileDialog(nullptr, name, ""));
-  EXPECT_FALSE(def.SaveFileDialog(nullptr, name, ""));
+  // Without an application, questions get the harmless answer.
   EXPECT_EQ(def.MessageBox(nullptr, "text", "title", CMeshcoreHost::iconExclamation),
             CMeshcoreHost::answerOk);
 
   SetMeshcoreHost(&recorder);
-  EXPECT_EQ(&GetMeshcoreHost(), &recorder);
   EXPECT_EQ(GetMeshcoreHost().GetApplicationName(), "viewer");
   EXPECT_EQ(GetMeshcoreHost().MessageBox(nullptr, "Disk full", "File access failed", 0x30),
             CMeshcoreHost::answerCancel);

@@ -17,9 +17,6 @@ struct LanguageGuard {
 TEST(StringTable, BothLanguages) {
   LanguageGuard guard;
   SetLanguage("en");
-  EXPECT_EQ(GetLanguage(), "en");
-  EXPECT_EQ(LoadString(IDS_TYPE_POLYGONAL), "Polygonal object");
-  EXPECT_EQ(LoadString(IDS_MATERIAL), "Material");
   EXPECT_EQ(LoadString(IDS_IO_NO_MEMORY), "No enough memory");
   EXPECT_EQ(LoadString(IDS_RGB_FORMAT), "R : % d  G : %d  B : %d");
   EXPECT_EQ(LoadString(IDS_NO_PARAMETERS), "No parameters\n");
@@ -29,11 +26,7 @@ TEST(StringTable, BothLanguages) {
   SetLanguage("fr_FR.UTF-8");
   EXPECT_EQ(GetLanguage(), "fr");
   EXPECT_EQ(LoadString(9168), "Objet polygonal");
-  EXPECT_EQ(LoadString(9159), "Courbe");
-  EXPECT_EQ(LoadString(9167), "Patch");
-  EXPECT_EQ(LoadString(9162), "Groupe d'objets");
-  EXPECT_EQ(LoadString(9199), "Matière");
-  EXPECT_EQ(LoadString(1004), "Default material");
+  EXPECT_EQ(LoadString(1004), "Default material"); // never translated
   EXPECT_EQ(LoadString(1022), "Matière sans nom");
   EXPECT_EQ(LoadString(1026), "Enregistrement impossible dans ce format  avec ces options");
   EXPECT_EQ(LoadString(IDS_RGB_FORMAT), "R : % d\tV : %d\tB : %d");
