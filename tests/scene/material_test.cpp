@@ -104,7 +104,7 @@ TEST_F(MaterialTest, MapsAddAssignAndMatrix) {
   // Material assignment replaces only the roles the source has.
   C3DMaterial from;
   from.SetName("from");
-  from.AddMaterialMap("spec.png", 2, MAP_SPECULAR);
+  from.AddMaterialMap("shine.png", 2, MAP_SPECULAR);
   C3DMaterial to;
   CMaterialMap* keptDiffuse = to.AddMaterialMap("keep.png", 1, MAP_DIFFUSE);
   const unsigned toID = to.GetMaterialID();
@@ -116,7 +116,7 @@ TEST_F(MaterialTest, MapsAddAssignAndMatrix) {
   EXPECT_EQ(to.GetDiffuseMaps(), keptDiffuse);
   ASSERT_NE(to.GetSpecularMaps(), nullptr);
   EXPECT_NE(to.GetSpecularMaps(), from.GetSpecularMaps());
-  EXPECT_EQ(to.GetSpecularMaps()->GetFileName(), "spec.png");
+  EXPECT_EQ(to.GetSpecularMaps()->GetFileName(), "shine.png");
 }
 
 TEST_F(MaterialTest, EqualityFollowsTheMapPointerRule) {
