@@ -242,22 +242,6 @@ private:
   NamedMaps* single_ = nullptr;
 };
 
-// The distinct surfaces of polygons [first, end), in first-use order.
-std::vector<std::uint32_t> RunSurfaces(const st_lwLayer& layer, std::size_t first, std::size_t end,
-                                       std::size_t surfaceCount) {
-  std::vector<std::uint32_t> surfaces;
-  std::vector<bool> seen(surfaceCount + 1, false);
-  for (std::size_t p = first; p < end; ++p) {
-    std::uint32_t s = layer.polygons[p].surface;
-    std::size_t key = s < surfaceCount ? s : surfaceCount;
-    if (!seen[key]) {
-      seen[key] = true;
-      surfaces.push_back(s);
-    }
-  }
-  return surfaces;
-}
-
 // Fills a channel face list parallel to the mesh faces of the run.
 template <class FaceList, class Builder>
 void FillChannelFaces(FaceList& faces, const st_lwLayer& layer, std::size_t first, std::size_t end,
@@ -472,10 +456,21 @@ void CLightwaveIo::ConvertCurve(const st_lwLayer& layer, const st_lwPolygon& pol
 }
 
 void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::size_t end) {
+  // Faces and the distinct surfaces (first-use order) in one pass over the run.
   std::size_t faceCount = 0;
-  for (std::size_t p = first; p < end; ++p)
-    if (layer.polygons[p].vertexCount >= 3)
+  const std::size_t surfaceCount = m_surfaceMaterial.size();
+  std::vector<bool> seen(surfaceCount + 1, false);
+  m_runSurfaces.clear();
+  for (std::size_t p = first; p < end; ++p) {
+    const st_lwPolygon& poly = layer.polygons[p];
+    if (poly.vertexCount >= 3)
       ++faceCount;
+    const std::size_t key = poly.surface < surfaceCount ? poly.surface : surfaceCount;
+    if (!seen[key]) {
+      seen[key] = true;
+      m_runSurfaces.push_back(poly.surface);
+    }
+  }
   if (faceCount == 0 || faceCount > std::size_t(INT_MAX))
     return;
 
@@ -609,7 +604,7 @@ void CLightwaveIo::CreateUVWChannel(C3DBaseObject* object, const st_lwLayer& lay
   if (object->GetGlobalUVWChannel() == kNoChannel)
     object->SetGlobalUVWChannel(id);
   // Image maps of the run's materials are placed by this channel.
-  for (std::uint32_t s : RunSurfaces(layer, first, end, m_surfaceMaterial.size())) {
+  for (std::uint32_t s : m_runSurfaces) {
     if (s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0)
       if (C3DMaterial* m = m_scene->GetMaterial(unsigned(m_surfaceMaterial[s])))
         if (CMaterialMap* map = m->GetDiffuseMaps(); map && map->GetChannelID() == kNoChannel)
@@ -643,7 +638,7 @@ void CLightwaveIo::CreateVCChannel(C3DBaseObject* object, const st_lwLayer& laye
   const unsigned id = channel->GetID();
   object->AddChannel(channel.release());
   // Materials whose surface asks for vertex colours are coloured by this channel.
-  for (std::uint32_t s : RunSurfaces(layer, first, end, m_surfaceMaterial.size())) {
+  for (std::uint32_t s : m_runSurfaces) {
     if (s >= m_surfaceMaterial.size() || m_surfaceMaterial[s] < 0 ||
         m_object->surfaces[s].vcolName.empty())
       continue;

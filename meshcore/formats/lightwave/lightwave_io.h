@@ -111,6 +111,7 @@ private:
   std::map<std::uint32_t, C3DSceneNode*> m_layerGroups;
   std::vector<std::int32_t> m_pointRemap; // layer point -> object point, -1 when unused
   std::vector<std::uint32_t> m_runPoints; // object point -> layer point of the run being converted
+  std::vector<std::uint32_t> m_runSurfaces; // distinct surfaces of that run, in first-use order
 
   // Writing state.
   unsigned m_layerCounter = 0;
