@@ -433,8 +433,15 @@ void Loader::ReadVMap(Span c, bool perPolygon) {
   const std::uint64_t pointCount = layer.points.size(), polygonCount = layer.polygons.size();
   const std::uint64_t pointBase = layer.pointBase, polygonBase = layer.polygonBase;
 
-  std::size_t entries = 0;
-  for (const std::uint8_t* p = begin; p < end; ++entries) {
+  // One pass that checks and decodes, into room for the most entries the
+  // chunk can hold (pages never written cost nothing).
+  const std::size_t minEntry = (perPolygon ? 4 : 2) + valueBytes;
+  const std::size_t maxEntries = std::size_t(end - begin) / minEntry;
+  map.points.reserve(maxEntries);
+  if (perPolygon)
+    map.polygons.reserve(maxEntries);
+  map.values.reserve(maxEntries * map.dimension);
+  for (const std::uint8_t* p = begin; p < end;) {
     for (int k = 0; k < (perPolygon ? 2 : 1); ++k) {
       if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
         throw BadFile{p};
@@ -442,29 +449,13 @@ void Loader::ReadVMap(Span c, bool perPolygon) {
       std::uint64_t v = LoadVX(p, size) + (k == 0 ? pointBase : polygonBase);
       if (v >= (k == 0 ? pointCount : polygonCount))
         throw BadFile{p};
+      (k == 0 ? map.points : map.polygons).push_back(std::uint32_t(v));
       p += size;
     }
     if (std::size_t(end - p) < valueBytes)
       throw BadFile{p};
-    p += valueBytes;
-  }
-
-  map.points.resize(entries);
-  if (perPolygon)
-    map.polygons.resize(entries);
-  map.values.resize(entries * map.dimension);
-  float* values = map.values.data();
-  const std::uint8_t* p = begin;
-  for (std::size_t e = 0; e < entries; ++e) {
-    unsigned size;
-    map.points[e] = std::uint32_t(pointBase + LoadVX(p, size));
-    p += size;
-    if (perPolygon) {
-      map.polygons[e] = std::uint32_t(polygonBase + LoadVX(p, size));
-      p += size;
-    }
     for (std::uint32_t d = 0; d < map.dimension; ++d, p += 4)
-      *values++ = LoadF4(p);
+      map.values.push_back(LoadF4(p));
   }
   layer.vmaps.push_back(std::move(map));
 }
