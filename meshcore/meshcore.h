@@ -77,6 +77,8 @@
 #include "meshcore/platform/byte_stream.h"
 #include "meshcore/platform/exceptions.h"
 #include "meshcore/platform/host.h"
+#include "meshcore/platform/mapped_file.h"
+#include "meshcore/platform/memory.h"
 #include "meshcore/platform/object.h"
 #include "meshcore/platform/ordered_map.h"
 #include "meshcore/platform/string_ids.h"
