@@ -195,7 +195,12 @@ void GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
   start.assign(static_cast<std::size_t>(count) + 1, 0);
   around.clear();
   around.reserve(static_cast<std::size_t>(count) * 2);
+  // Cells are visited in order, so the words of cells a little ahead can be
+  // on their way while this one is searched.
+  constexpr int kAhead = 8;
   for (int e = 0; e < count; ++e) {
+    if (e + kAhead < count)
+      map.PrefetchNeighbourhood(map.GetCell(e + kAhead));
     Neighbourhood(map, map.GetCell(e), e, around);
     start[static_cast<std::size_t>(e) + 1] = static_cast<int>(around.size());
   }
@@ -218,9 +223,23 @@ CProximityMap* InitProximityMap(C3DPointList& points, float tolerance) {
   // Welding input is mostly a few copies of each corner: a quarter of the
   // point count is a fair first guess of the cell count.
   auto* map = new CProximityMap(static_cast<int>(NextPrime(static_cast<unsigned>(n / 4 + 1))), n);
+  // Cells of points a little ahead are worked out early so that their slots
+  // are fetched while the current point is entered.
+  constexpr int kAhead = 16;
+  IntCoord ahead[kAhead];
   const C3DPoint* p = points.GetFirst();
-  for (int i = 0; i < n; ++i, ++p)
-    map->AddPoint(ConvertToProximityCoordinate(*p, size));
+  for (int i = 0; i < n && i < kAhead; ++i) {
+    ahead[i] = ConvertToProximityCoordinate(p[i], size);
+    map->PrefetchInsert(ahead[i]);
+  }
+  for (int i = 0; i < n; ++i) {
+    const IntCoord cell = ahead[i % kAhead];
+    if (i + kAhead < n) {
+      ahead[i % kAhead] = ConvertToProximityCoordinate(p[i + kAhead], size);
+      map->PrefetchInsert(ahead[i % kAhead]);
+    }
+    map->AddPoint(cell);
+  }
   map->Finish();
   return map;
 }

@@ -69,6 +69,28 @@ public:
   // Drops the next point (index 0, 1, 2, ... in call order) into cell;
   // returns the cell's number.
   int AddPoint(const IntCoord& cell);
+  // Starts fetching what AddPoint(cell) or a neighbourhood search around
+  // cell will read: the big tables are far larger than the caches.
+  void PrefetchInsert(const IntCoord& cell) const {
+    if (m_slots.empty())
+      return;
+    const std::uint32_t hash = IntCoordHash()(cell);
+    __builtin_prefetch(&m_slots[hash & m_mask]);
+    __builtin_prefetch(&m_occupied[BlockWord(cell)]);
+  }
+  void PrefetchNeighbourhood(const IntCoord& c) const {
+    if (m_slots.empty())
+      return;
+    for (int dx = -1; dx <= 1; dx += 2)
+      for (int dy = -1; dy <= 1; dy += 2)
+        for (int dz = -1; dz <= 1; dz += 2)
+          __builtin_prefetch(&m_occupied[BlockWord({static_cast<std::int32_t>(
+                                                        static_cast<std::uint32_t>(c.x) + dx),
+                                                    static_cast<std::int32_t>(
+                                                        static_cast<std::uint32_t>(c.y) + dy),
+                                                    static_cast<std::int32_t>(
+                                                        static_cast<std::uint32_t>(c.z) + dz)})]);
+  }
   // Groups the points by cell; call once after the last AddPoint.
   void Finish();
 
