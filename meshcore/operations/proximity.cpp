@@ -225,7 +225,7 @@ CProximityMap* InitProximityMap(C3DPointList& points, float tolerance) {
   auto* map = new CProximityMap(static_cast<int>(NextPrime(static_cast<unsigned>(n / 4 + 1))), n);
   // Cells of points a little ahead are worked out early so that their slots
   // are fetched while the current point is entered.
-  constexpr int kAhead = 16;
+  constexpr int kAhead = 32;
   IntCoord ahead[kAhead];
   const C3DPoint* p = points.GetFirst();
   for (int i = 0; i < n && i < kAhead; ++i) {

@@ -70,15 +70,20 @@ public:
   // returns the cell's number.
   int AddPoint(const IntCoord& cell);
   // Starts fetching what AddPoint(cell) or a neighbourhood search around
-  // cell will read: the big tables are far larger than the caches.
-  void PrefetchInsert(const IntCoord& cell) const {
+  // cell will read: the big tables are far larger than the caches. Inlined
+  // by force: a call that only reads memory counts as having no effect and
+  // would be dropped.
+  [[gnu::always_inline]] void PrefetchInsert(const IntCoord& cell) const {
     if (m_slots.empty())
       return;
     const std::uint32_t hash = IntCoordHash()(cell);
+    const Recent& recent = m_recent[hash & (kRecent - 1)];
+    if (recent.entry >= 0 && recent.cell == cell)
+      return; // no search ahead, most likely
     __builtin_prefetch(&m_slots[hash & m_mask]);
     __builtin_prefetch(&m_occupied[BlockWord(cell)]);
   }
-  void PrefetchNeighbourhood(const IntCoord& c) const {
+  [[gnu::always_inline]] void PrefetchNeighbourhood(const IntCoord& c) const {
     if (m_slots.empty())
       return;
     for (int dx = -1; dx <= 1; dx += 2)
