@@ -75,6 +75,7 @@
 #include "meshcore/operations/weld.h"
 #include "meshcore/platform/archive.h"
 #include "meshcore/platform/byte_stream.h"
+#include "meshcore/platform/cancel.h"
 #include "meshcore/platform/exceptions.h"
 #include "meshcore/platform/host.h"
 #include "meshcore/platform/mapped_file.h"

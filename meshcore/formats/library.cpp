@@ -1,5 +1,6 @@
 #include "meshcore/formats/library.h"
 
+#include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_registry.h"
 #include "meshcore/io/parser_3d.h"
@@ -9,12 +10,6 @@
 #include <atomic>
 #include <memory>
 
-// Each codec joins the table as soon as its header exists.
-#if __has_include("meshcore/formats/lightwave/lightwave_io.h")
-#include "meshcore/formats/lightwave/lightwave_io.h"
-#define MESHCORE_HAS_LIGHTWAVE_IO 1
-#endif
-
 namespace meshcore {
 
 namespace {
@@ -22,11 +17,7 @@ std::atomic<int> g_initialized{0};
 } // namespace
 
 void RegisterBuiltinCodecs() {
-#ifdef MESHCORE_HAS_LIGHTWAVE_IO
-  fileRegisterCodec(fileMakeClassCode("LIGT"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CLightwaveIo>(owner);
-  });
-#endif
+  RegisterLightwaveCodec();
   // Not written yet, so C3DIo answers "unknown file type" for them:
   // "LIGS" CLightwaveSceneIo, "VRML" CVrmlIo, "MAYA" CMayaIo, "AMAP" CAmapiIo,
   // "WVFT" CWavefrontIo, "3DST" C3DStudioIo, "DXF " CDxfIo, "TRUE" CTruespaceIo.

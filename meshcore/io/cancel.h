@@ -1,12 +1,5 @@
 #pragma once
-// Per-thread cancellation of long operations.
+// Cancellation as the file framework offers it; the flag itself lives in the
+// platform layer so that operations below io can poll it too.
 
-namespace meshcore {
-
-// threadId 0 means the calling thread; cancel non-zero asks that thread's
-// current operation to stop, 0 withdraws the request.
-int SetCancel(int cancel, int threadId);
-// 1 when the calling thread has been asked to stop.
-int ShouldCancel();
-
-} // namespace meshcore
+#include "meshcore/platform/cancel.h"

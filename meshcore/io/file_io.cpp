@@ -26,7 +26,8 @@ CFileIo::CFileIo(unsigned classCode, unsigned flags, HostWindow parent)
 
 CFileIo::CFileIo(const CFileIo& other)
     : m_customData(other.m_customData), m_fileInfo(other.m_fileInfo), m_flags(other.m_flags),
-      m_ioError(other.m_ioError), m_errorText(other.m_errorText), m_parentWnd(other.m_parentWnd) {}
+      m_ioError(other.m_ioError), m_errorText(other.m_errorText),
+      m_errorDetail(other.m_errorDetail), m_parentWnd(other.m_parentWnd) {}
 
 CFileIo& CFileIo::operator=(const CFileIo& other) {
   if (this != &other) {
@@ -35,6 +36,7 @@ CFileIo& CFileIo::operator=(const CFileIo& other) {
     m_flags = other.m_flags;
     m_ioError = other.m_ioError;
     m_errorText = other.m_errorText;
+    m_errorDetail = other.m_errorDetail;
     m_parentWnd = other.m_parentWnd;
   }
   return *this;

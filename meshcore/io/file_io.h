@@ -81,6 +81,10 @@ public:
   int GetIoError() const { return m_ioError; }
   void SetIoError(int error) { m_ioError = error; }
   void SetErrorText(const std::string& text) { m_errorText = text; }
+  // Where and why the last operation failed ("PTAG at byte 1234: polygon 70000
+  // of 512"), empty when the codec had nothing to add. Shown after the text.
+  const std::string& GetIoErrorDetail() const { return m_errorDetail; }
+  void SetIoErrorDetail(const std::string& detail) { m_errorDetail = detail; }
   // The override text when set, else the library's message for the error code.
   std::string GetIoErrorTxt() const;
   // The message of an error code in the active language.
@@ -111,6 +115,7 @@ protected:
   unsigned m_flags;
   int m_ioError = IO_FILE_OK;
   std::string m_errorText;
+  std::string m_errorDetail;
   std::unique_ptr<CFileParser> m_parser;
   HostWindow m_parentWnd;
 };

@@ -24,7 +24,13 @@ public:
   // Codec failure: clears the override text and stores the error code.
   void SetIoError(int error) const {
     m_fileIo->SetErrorText({});
+    m_fileIo->SetIoErrorDetail({});
     m_fileIo->SetIoError(error);
+  }
+  // The same with where and why it failed.
+  void SetIoError(int error, const std::string& detail) const {
+    SetIoError(error);
+    m_fileIo->SetIoErrorDetail(detail);
   }
 
 protected:

@@ -80,6 +80,7 @@ CFileParser* C3DIo::InitParser() {
   std::unique_ptr<C3DParser> codec = fileCreateCodec(classCode, *this);
   if (!codec) {
     m_errorText.clear();
+    m_errorDetail.clear();
     m_ioError = IO_FILE_UNKNOWN_TYPE;
     return nullptr;
   }
@@ -101,6 +102,7 @@ C3DScene* C3DIo::Read(int showDialog, unsigned /*flags*/) {
     scene = codec->Read(GetCompleteName(), 0);
   } catch (...) {
     m_errorText.clear();
+    m_errorDetail.clear();
     m_ioError = IO_FILE_BAD_FORMAT;
     if (!IsSilentMode())
       ReportIoError();
@@ -130,6 +132,7 @@ int C3DIo::Save(int showDialog, C3DScene* scene, unsigned flags) {
   if (result > 0 && ShouldCancel()) {
     // Cancelled too late for the codec to notice: the caller asked for no file.
     m_errorText.clear();
+    m_errorDetail.clear();
     m_ioError = IO_FILE_CANCELLED;
     result = 0;
   }

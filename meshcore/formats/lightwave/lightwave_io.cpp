@@ -2,6 +2,8 @@
 
 #include "meshcore/formats/lightwave/lwo_reader.h"
 #include "meshcore/io/cancel.h"
+#include "meshcore/io/codec_registry.h"
+#include "meshcore/io/file_registry.h"
 #include "meshcore/io/file_info.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_file.h"
@@ -295,6 +297,12 @@ bool FillWholeUVWMap(const std::vector<NamedMaps>& maps,
 }
 
 } // namespace
+
+void RegisterLightwaveCodec() {
+  fileRegisterCodec(fileMakeClassCode("LIGT"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
+    return std::make_unique<CLightwaveIo>(owner);
+  });
+}
 
 CLightwaveIo::CLightwaveIo(CFileIo& owner) : C3DParser(owner) {}
 CLightwaveIo::~CLightwaveIo() = default;

@@ -26,6 +26,9 @@ class C3DSceneNode;
 inline constexpr unsigned kCustomLightwave = LwId("LWOB");
 inline constexpr unsigned kCustomLayerNumber = LwId("LYRN");
 
+// Makes CLightwaveIo the codec of "LIGT" files; called at library start.
+void RegisterLightwaveCodec();
+
 class CLightwaveIo : public C3DParser {
 public:
   explicit CLightwaveIo(CFileIo& owner);
