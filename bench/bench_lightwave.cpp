@@ -4,8 +4,8 @@
 // texture map) is generated on first use.
 
 #include "meshcore/formats/library.h"
-#include "meshcore/formats/lightwave/lwo_bytes.h"
-#include "meshcore/formats/lightwave/lwo_writer.h"
+#include "meshcore/formats/common/detail/byte_order.h"
+#include "meshcore/formats/lightwave/detail/lwo_writer.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"
 #include "meshcore/scene/scene.h"
@@ -32,30 +32,30 @@ namespace {
 void WriteGrid(const std::string& path, int n) {
   CLwoWriter w;
   const std::uint32_t side = std::uint32_t(n) + 1;
-  auto form = w.BeginWriteChunk(lwid::FORM, true);
+  auto form = w.BeginChunk(lwid::FORM);
   w.WriteID(lwid::LWO2);
-  auto tags = w.BeginWriteChunk(lwid::TAGS, true);
+  auto tags = w.BeginChunk(lwid::TAGS);
   for (const char* name : {"Red", "Green", "Blue"})
     w.WriteString(name);
-  w.EndWriteChunk(tags, true);
-  auto layr = w.BeginWriteChunk(lwid::LAYR, true);
+  tags.Close();
+  auto layr = w.BeginChunk(lwid::LAYR);
   w.WriteU2(0);
   w.WriteU2(0);
   for (int i = 0; i < 3; ++i)
     w.WriteF4(0);
   w.WriteString("grid");
-  w.EndWriteChunk(layr, true);
+  layr.Close();
 
-  auto pnts = w.BeginWriteChunk(lwid::PNTS, true);
+  auto pnts = w.BeginChunk(lwid::PNTS);
   for (std::uint32_t y = 0; y < side; ++y)
     for (std::uint32_t x = 0; x < side; ++x) {
       w.WriteF4(float(x));
       w.WriteF4(float(y));
       w.WriteF4(float((x * 7 + y * 3) % 5) * 0.1f);
     }
-  w.EndWriteChunk(pnts, true);
+  pnts.Close();
 
-  auto vmap = w.BeginWriteChunk(lwid::VMAP, true);
+  auto vmap = w.BeginChunk(lwid::VMAP);
   w.WriteID(lwid::TXUV);
   w.WriteU2(2);
   w.WriteString("uv");
@@ -64,9 +64,9 @@ void WriteGrid(const std::string& path, int n) {
     w.WriteF4(float(i % side) / float(n));
     w.WriteF4(float(i / side) / float(n));
   }
-  w.EndWriteChunk(vmap, true);
+  vmap.Close();
 
-  auto pols = w.BeginWriteChunk(lwid::POLS, true);
+  auto pols = w.BeginChunk(lwid::POLS);
   w.WriteID(lwid::FACE);
   for (std::uint32_t y = 0; y < std::uint32_t(n); ++y)
     for (std::uint32_t x = 0; x < std::uint32_t(n); ++x) {
@@ -77,27 +77,27 @@ void WriteGrid(const std::string& path, int n) {
       w.WriteVXChunk(a + side + 1);
       w.WriteVXChunk(a + 1);
     }
-  w.EndWriteChunk(pols, true);
+  pols.Close();
 
-  auto ptag = w.BeginWriteChunk(lwid::PTAG, true);
+  auto ptag = w.BeginChunk(lwid::PTAG);
   w.WriteID(lwid::SURF);
   for (std::uint32_t i = 0; i < std::uint32_t(n) * std::uint32_t(n); ++i) {
     w.WriteVXChunk(i);
     w.WriteU2(std::uint16_t(i % 3));
   }
-  w.EndWriteChunk(ptag, true);
+  ptag.Close();
 
   const float colours[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
   const char* names[3] = {"Red", "Green", "Blue"};
   for (int s = 0; s < 3; ++s) {
-    auto surf = w.BeginWriteChunk(lwid::SURF, true);
+    auto surf = w.BeginChunk(lwid::SURF);
     w.WriteString(names[s]);
     w.WriteString("");
     w.WriteColorChunk(colours[s], lwid::COLR);
     w.WriteFloatEnvChunk(1.0f, lwid::DIFF);
-    w.EndWriteChunk(surf, true);
+    surf.Close();
   }
-  w.EndWriteChunk(form, true);
+  form.Close();
 
   std::FILE* f = std::fopen(path.c_str(), "wb");
   std::fwrite(w.GetBuffer().data(), 1, w.GetBuffer().size(), f);
@@ -176,25 +176,25 @@ void BM_LightwaveFloor(benchmark::State& state) {
     std::vector<float> points;
     std::vector<std::uint32_t> counts, indices;
     for (std::size_t pos = 12; pos + 8 <= size;) {
-      std::uint32_t id = lwbytes::LoadU4(&bytes[pos]);
-      std::uint32_t length = lwbytes::LoadU4(&bytes[pos + 4]);
+      std::uint32_t id = codec::LoadU32BE(&bytes[pos]);
+      std::uint32_t length = codec::LoadU32BE(&bytes[pos + 4]);
       const std::uint8_t* p = &bytes[pos + 8];
       const std::uint8_t* end = p + length;
       if (id == lwid::PNTS) {
         points.resize(length / 4);
         for (std::size_t i = 0; i < points.size(); ++i)
-          points[i] = lwbytes::LoadF4(p + 4 * i);
+          points[i] = codec::LoadF32BE(p + 4 * i);
       } else if (id == lwid::POLS) {
         counts.reserve(length / 10);
         indices.reserve(length / 3);
         for (p += 4; p < end;) {
-          unsigned n = lwbytes::LoadU2(p) & 0x3FF;
+          unsigned n = codec::LoadU16BE(p) & 0x3FF;
           p += 2;
           counts.push_back(n);
           for (unsigned k = 0; k < n; ++k) {
-            unsigned s;
-            indices.push_back(lwbytes::LoadVX(p, s));
-            p += s;
+            const bool wide = p[0] == 0xFF;
+            indices.push_back(wide ? codec::LoadU32BE(p) & 0xFFFFFF : codec::LoadU16BE(p));
+            p += wide ? 4 : 2;
           }
         }
       }

@@ -3,8 +3,8 @@
 // into a scene and back.
 
 #include "meshcore/formats/lightwave/lightwave_io.h"
-#include "meshcore/formats/lightwave/lwo_reader.h"
-#include "meshcore/formats/lightwave/lwo_writer.h"
+#include "meshcore/formats/lightwave/detail/lwo_reader.h"
+#include "meshcore/formats/lightwave/detail/lwo_writer.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"
 #include "meshcore/scene/scene.h"
@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace meshcore;
   if (auto obj = LoadLightwaveObject(data, size)) {
     CLwoWriter writer;
-    if (WriteLightwaveObject(*obj, writer))
+    if (WriteLightwaveObject(*obj, writer) == LwWriteResult::Ok)
       LoadLightwaveObject(writer.GetBuffer().data(), writer.GetBuffer().size());
   }
   C3DIo io("fuzz.lwo", FILE_PARSER_SILENT);

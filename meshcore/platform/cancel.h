@@ -43,6 +43,12 @@ public:
     m_left = m_period;
     return Check();
   }
+  // Polls now, with the work done so far (e.g. a byte offset against a total of bytes).
+  bool At(std::uint64_t done) {
+    m_done = done;
+    m_left = m_period;
+    return Check();
+  }
   // Polls now, whatever the count.
   bool Check();
   bool IsCancelled() const { return m_cancelled; }

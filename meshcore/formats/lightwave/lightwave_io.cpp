@@ -1,6 +1,13 @@
 #include "meshcore/formats/lightwave/lightwave_io.h"
 
-#include "meshcore/formats/lightwave/lwo_reader.h"
+#include "meshcore/formats/common/detail/color_bytes.h"
+#include "meshcore/formats/common/detail/corner_values.h"
+#include "meshcore/formats/common/detail/file_input.h"
+#include "meshcore/formats/common/detail/file_output.h"
+#include "meshcore/formats/common/detail/unique_names.h"
+#include "meshcore/formats/lightwave/detail/lwo_object.h"
+#include "meshcore/formats/lightwave/detail/lwo_reader.h"
+#include "meshcore/formats/lightwave/detail/lwo_writer.h"
 #include "meshcore/io/cancel.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_registry.h"
@@ -12,7 +19,7 @@
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/mesh/uvw_channel.h"
 #include "meshcore/mesh/vc_channel.h"
-#include "meshcore/platform/mapped_file.h"
+#include "meshcore/platform/cancel.h"
 #include "meshcore/scene/curve_3d.h"
 #include "meshcore/scene/group_3d.h"
 #include "meshcore/scene/material.h"
@@ -35,22 +42,26 @@ namespace {
 
 constexpr std::uint32_t kNodeHidden = 1; // node flag of hidden layers
 constexpr std::uint32_t kFaceSkipped = 0x44;
-constexpr unsigned kMaxReadChunk = 1u << 30;
 
-// Layer parent as the reader orders layers: absent reads as 0, 0xFFFF (what
-// writers put for "no parent") as -1, so that root layers come first.
-int ParentKey(const st_lwLayer& layer) {
-  if (!layer.hasParent)
-    return 0;
-  return layer.parent == 0xFFFF ? -1 : int(layer.parent);
+using codec::ColorByte;
+
+// Thrown out of the conversion loops; caught at the codec's boundary.
+struct CancelledSave {};
+struct CancelledRead {};
+struct BadScene {
+  std::string what;
+};
+
+// Polls the cancel flag every few thousand records of a conversion loop.
+inline void PollRead(std::size_t i) {
+  if ((i & 8191) == 0 && ShouldCancel())
+    throw CancelledRead{};
 }
 
-std::uint8_t ColorByte(float v) {
-  if (!(v > 0.0f))
-    return 0;
-  if (v >= 1.0f)
-    return 255;
-  return std::uint8_t(std::lround(v * 255.0f));
+// Layer parent as the reader orders layers: an absent parent reads as 0, and
+// 0xFFFF (what writers put for "no parent") is simply the number 65535.
+std::uint32_t ParentKey(const st_lwLayer& layer) {
+  return layer.hasParent ? layer.parent : 0;
 }
 
 // The control mesh of a patch, when patches keep one apart from their result.
@@ -92,26 +103,10 @@ std::vector<NamedMaps> CollectMaps(const st_lwLayer& layer, bool colours) {
 }
 
 // Values of a channel point: uv(w) or rgba, in the channel's own units.
-struct Value {
-  float v[4] = {0, 0, 0, 0};
-  bool operator==(const Value& o) const { return std::memcmp(v, o.v, sizeof v) == 0; }
-};
-
-struct PointValueKey {
-  std::uint32_t point;
-  std::uint32_t bits[4];
-  bool operator==(const PointValueKey& o) const {
-    return point == o.point && std::memcmp(bits, o.bits, sizeof bits) == 0;
-  }
-};
-struct PointValueHash {
-  std::size_t operator()(const PointValueKey& k) const {
-    std::size_t h = k.point * 0x9E3779B97F4A7C15ull;
-    for (auto b : k.bits)
-      h = (h ^ b) * 0x100000001B3ull;
-    return h;
-  }
-};
+using Value = codec::CCornerValues::Value;
+bool SameValue(const Value& a, const Value& b) {
+  return std::memcmp(a.v, b.v, sizeof a.v) == 0;
+}
 
 // Builds the channel points and the corner -> channel point table of one run
 // of polygons. Per-polygon values override per-point ones; the maps named by
@@ -125,7 +120,7 @@ public:
     if (maps_.size() == 1 && maps_[0].perPolygon.empty() && maps_[0].perPoint) {
       single_ = &maps_[0];
       single_->entryPoint.assign(single_->perPoint->EntryCount(), -1);
-      values_.reserve(single_->perPoint->EntryCount() + 1);
+      values_.Reserve(single_->perPoint->EntryCount() + 1);
     }
   }
 
@@ -139,8 +134,7 @@ public:
         std::int32_t& id = single_->entryPoint[std::size_t(e)];
         if (id < 0) {
           found_ = true;
-          id = std::int32_t(values_.size());
-          values_.push_back(Convert(*single_->perPoint, std::size_t(e)));
+          id = values_.Add(Convert(*single_->perPoint, std::size_t(e)));
         }
         return id;
       }
@@ -163,16 +157,10 @@ public:
   }
 
   bool FoundAny() const { return found_; }
-  const std::vector<Value>& Values() const { return values_; }
+  const std::vector<Value>& Values() const { return values_.GetValues(); }
 
 private:
-  std::int32_t None() {
-    if (none_ < 0) {
-      none_ = std::int32_t(values_.size());
-      values_.push_back(Default());
-    }
-    return none_;
-  }
+  std::int32_t None() { return values_.GetDefault(Default()); }
   Value Default() const {
     Value v;
     if (colours_)
@@ -194,10 +182,8 @@ private:
     if (named.entryPoint.empty())
       named.entryPoint.assign(named.perPoint->EntryCount(), -1);
     std::int32_t& id = named.entryPoint[entry];
-    if (id < 0) {
-      id = std::int32_t(values_.size());
-      values_.push_back(Convert(*named.perPoint, entry));
-    }
+    if (id < 0)
+      id = values_.Add(Convert(*named.perPoint, entry));
     return id;
   }
   std::int32_t FromPolygon(NamedMaps& named, std::uint32_t point, const Value& value) {
@@ -205,15 +191,10 @@ private:
     // The same value as the point's own shares its channel point.
     if (named.perPoint) {
       std::int32_t e = named.perPoint->attached[point];
-      if (e >= 0 && Convert(*named.perPoint, std::size_t(e)) == value)
+      if (e >= 0 && SameValue(Convert(*named.perPoint, std::size_t(e)), value))
         return FromPoint(named, std::size_t(e));
     }
-    PointValueKey key{point, {}};
-    std::memcpy(key.bits, value.v, sizeof key.bits);
-    auto [it, inserted] = byValue_.try_emplace(key, std::int32_t(values_.size()));
-    if (inserted)
-      values_.push_back(value);
-    return it->second;
+    return values_.Get(point, value);
   }
   const std::vector<int>& Order(std::uint32_t surface) {
     std::size_t key = surface < surfaceMap_.size() ? surface : surfaceMap_.size();
@@ -236,10 +217,8 @@ private:
   std::vector<NamedMaps>& maps_;
   const std::vector<std::string>& surfaceMap_;
   bool colours_;
-  std::vector<Value> values_;
-  std::unordered_map<PointValueKey, std::int32_t, PointValueHash> byValue_;
+  codec::CCornerValues values_;
   std::vector<std::vector<int>> orders_;
-  std::int32_t none_ = -1;
   bool found_ = false;
   NamedMaps* single_ = nullptr;
 };
@@ -250,6 +229,7 @@ void FillChannelFaces(FaceList& faces, const st_lwLayer& layer, std::size_t firs
                       Builder& builder) {
   int f = 0;
   for (std::size_t p = first; p < end; ++p) {
+    PollRead(p - first);
     const st_lwPolygon& poly = layer.polygons[p];
     if (poly.vertexCount < 3)
       continue;
@@ -278,6 +258,7 @@ bool FillWholeUVWMap(const std::vector<NamedMaps>& maps,
   const int n = mesh.GetSize();
   faces.SetSize(n);
   for (int f = 0; f < n; ++f) {
+    PollRead(std::size_t(f));
     const C3DFace& from = mesh[f];
     CUVWFace& to = faces[f];
     to.SetSize(from.GetSize());
@@ -320,69 +301,36 @@ void CLightwaveIo::ResetReadState() {
 // Reading
 
 C3DScene* CLightwaveIo::Read(const std::string& name, unsigned flags) {
-  {
-    // Mapped, the file is parsed straight from the page cache; otherwise it is read.
-    CMappedFile mapped;
-    if (mapped.Open(name) && mapped.GetSize() >= 12 &&
-        std::uint64_t(mapped.GetSize()) <= 0xFFFFFFFFull + 8) {
-      LwLoadOptions options;
-      options.polygonNormals = options.pointPolygons = options.vertexNormals = false;
-      options.shouldCancel = &ShouldCancel;
-      m_object = LoadLightwaveObject(mapped.GetData(), mapped.GetSize(), options);
-      mapped.Close(); // keep the peak down
-      return BuildScene(flags);
-    }
+  codec::CFileInput input;
+  if (int result = input.Open(name); result != IO_FILE_OK) {
+    // The Lightwave reader answers a file it cannot read as a bad file.
+    SetIoError(IO_FILE_BAD_FORMAT, result == IO_FILE_CANT_OPEN ? "cannot open the file"
+                                                                 : "cannot read the file");
+    return nullptr;
   }
-  std::unique_ptr<std::uint8_t[]> bytes;
-  std::size_t size = 0;
-  {
-    IoFile file(IsSilentMode(), 0);
-    if (!file.OpenFile(name, 1)) {
-      SetIoError(IO_FILE_BAD_FORMAT);
-      return nullptr;
-    }
-    std::uint64_t length = file.FileGetLength();
-    // A form size is 32 bits: nothing longer is a Lightwave object.
-    if (length < 12 || length > 0xFFFFFFFFull + 8) {
-      file.CloseFile();
-      SetIoError(IO_FILE_BAD_FORMAT);
-      return nullptr;
-    }
-    size = std::size_t(length);
-    bytes.reset(new (std::nothrow) std::uint8_t[size]);
-    bool ok = bytes != nullptr;
-    for (std::size_t done = 0; ok && done < size;) {
-      unsigned n = unsigned(std::min<std::size_t>(size - done, kMaxReadChunk));
-      ok = file.FileRead(bytes.get() + done, n) != 0;
-      done += n;
-    }
-    file.CloseFile();
-    if (!ok) {
-      SetIoError(IO_FILE_BAD_FORMAT);
-      return nullptr;
-    }
-  }
-  LwLoadOptions options;
-  options.polygonNormals = options.pointPolygons = options.vertexNormals = false;
-  options.shouldCancel = &ShouldCancel;
-  m_object = LoadLightwaveObject(bytes.get(), size, options);
-  bytes.reset(); // the file is no longer needed: keep the peak down
-  return BuildScene(flags);
+  C3DScene* scene = ReadFromMemory(input.GetData(), input.GetSize(), flags);
+  return scene;
+}
+
+int CLightwaveIo::GetLayerNbr() const {
+  return m_object ? int(m_object->layers.size()) : 0;
 }
 
 C3DScene* CLightwaveIo::ReadFromMemory(const void* data, std::size_t size, unsigned flags) {
   LwLoadOptions options;
   options.polygonNormals = options.pointPolygons = options.vertexNormals = false;
-  options.shouldCancel = &ShouldCancel;
-  m_object = LoadLightwaveObject(data, size, options);
+  options.cancellable = true;
+  LwLoadStatus status;
+  m_object = LoadLightwaveObject(data, size, options, &status);
+  if (!m_object) {
+    SetIoError(IO_FILE_BAD_FORMAT, status.cancelled ? std::string("cancelled while reading")
+                                                    : status.detail);
+    return nullptr;
+  }
   return BuildScene(flags);
 }
 
 C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
-  if (!m_object) {
-    SetIoError(IO_FILE_BAD_FORMAT);
-    return nullptr;
-  }
   if (ShouldCancel()) {
     m_object.reset();
     SetIoError(IO_FILE_CANCELLED);
@@ -400,19 +348,20 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
       return ParentKey(*a) < ParentKey(*b);
     });
     for (const st_lwLayer* layer : layers) {
-      if (ShouldCancel()) {
-        m_object.reset();
-        m_scene = nullptr;
-        SetIoError(IO_FILE_CANCELLED);
-        return nullptr;
-      }
+      if (ShouldCancel())
+        throw CancelledRead{};
       if (!layer->points.empty() && !layer->polygons.empty())
         ConvertLayer(*layer);
     }
+  } catch (const CancelledRead&) {
+    m_object.reset();
+    m_scene = nullptr;
+    SetIoError(IO_FILE_CANCELLED);
+    return nullptr;
   } catch (const std::bad_alloc&) {
     m_object.reset();
     m_scene = nullptr;
-    SetIoError(IO_FILE_BAD_FORMAT);
+    SetIoError(IO_FILE_BAD_FORMAT, "out of memory");
     return nullptr;
   }
   m_object.reset();
@@ -496,6 +445,7 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
   order.reserve(std::min(layer.points.size(), (end - first) * 4));
   int f = 0;
   for (std::size_t p = first; p < end; ++p) {
+    PollRead(p - first);
     const st_lwPolygon& poly = layer.polygons[p];
     if (poly.vertexCount < 3)
       continue;
@@ -569,11 +519,7 @@ unsigned CLightwaveIo::GetMaterial(C3DBaseObject*, std::uint32_t surface) {
       material->AddMaterialMap(file.GetCompleteName(), kNoChannel, MAP_DIFFUSE);
     }
 
-  std::string name = s.name;
-  for (int attempt = 1; attempt <= 100 && m_materialNames.count(name); ++attempt)
-    name = s.name + std::to_string(attempt);
-  m_materialNames.insert(name);
-  material->SetName(name);
+  material->SetName(codec::MakeUniqueName(m_materialNames, s.name));
 
   CRGBColor colour(ColorByte(s.color[0]), ColorByte(s.color[1]), ColorByte(s.color[2]), 255);
   material->SetDiffuseColor(colour);
@@ -671,9 +617,9 @@ C3DSceneNode* CLightwaveIo::CreateNode(C3DScene* scene, C3DBaseObject* object,
     if (layer.flags & 1)
       group->SetFlag(kNodeHidden, 1);
     C3DSceneNode* parent = nullptr;
-    int parentNumber = ParentKey(layer);
+    const std::uint32_t parentNumber = ParentKey(layer);
     if (parentNumber > 0) {
-      auto it = m_layerGroups.find(std::uint32_t(parentNumber));
+      auto it = m_layerGroups.find(parentNumber);
       if (it != m_layerGroups.end() && it->second && it->second != group)
         parent = it->second;
     }
@@ -689,20 +635,187 @@ C3DSceneNode* CLightwaveIo::CreateNode(C3DScene* scene, C3DBaseObject* object,
 // ---------------------------------------------------------------------------
 // Writing
 
-struct CLightwaveIo::Layout {
-  struct Layer {
-    std::string name;
-    unsigned flags = 0;
-    int parent = -1;
-    unsigned number = 0;
-    std::vector<C3DSceneNode*> nodes;
-  };
-  std::vector<Layer> layers;
-  std::unordered_map<C3DSceneNode*, unsigned> layerOf;
+namespace {
+
+// Lightwave polygons hold at most 1023 vertices; a VX index names at most 2^24 items.
+constexpr unsigned kMaxPolygonVertices = 0x3FF;
+
+// The polygons a face or curve of n corners is written as, each as its corner
+// indices in file order. A face runs the other way round from the file, and
+// one longer than a polygon can hold becomes a fan around its first file
+// corner; a curve becomes a chain of curves sharing their end points. Pieces
+// are balanced so that none is left with fewer than three corners.
+template <class Fn> void ForEachPolygon(unsigned n, bool curve, std::vector<std::uint32_t>& buf,
+                                        Fn fn) {
+  auto corner = [&](unsigned i) { return curve ? i : n - 1 - i; };
+  if (n <= kMaxPolygonVertices) {
+    buf.resize(n);
+    for (unsigned i = 0; i < n; ++i)
+      buf[i] = corner(i);
+    fn(buf.data(), n, true);
+    return;
+  }
+  // A curve's pieces take up to 1022 segments; a fan's take up to 1021 edges
+  // of the outline besides the two edges to the hub.
+  const unsigned span = curve ? kMaxPolygonVertices - 1 : kMaxPolygonVertices - 2;
+  const unsigned first = curve ? 0 : 1;
+  const unsigned segments = n - 1 - first;
+  const unsigned pieces = (segments + span - 1) / span;
+  unsigned start = first;
+  for (unsigned j = 0; j < pieces; ++j) {
+    const unsigned end = first + unsigned(std::uint64_t(segments) * (j + 1) / pieces);
+    buf.clear();
+    if (!curve)
+      buf.push_back(corner(0));
+    for (unsigned i = start; i <= end; ++i)
+      buf.push_back(corner(i));
+    fn(buf.data(), unsigned(buf.size()), false);
+    start = end;
+  }
+}
+
+// One layer's share of the object being written.
+struct LwPiece {
+  // All of the object with its own numbering: nothing was past a limit.
+  bool whole = true;
+  // Otherwise: the written polygons [firstPolygon, endPolygon) of the object's
+  // sequence, and layer point -> object point.
+  std::size_t firstPolygon = 0, endPolygon = 0;
+  std::vector<std::uint32_t> points;
 };
 
+} // namespace
+
+struct CLightwaveIo::WritePlan {
+  std::vector<LwPiece> pieces;
+  std::size_t current = 0;
+  // The object's written polygons, kept only when it is cut into layers.
+  std::vector<std::uint32_t> face;  // source face (0 for a curve)
+  std::vector<std::uint32_t> start; // into corners, one more than polygons
+  std::vector<std::uint32_t> corners;
+  std::vector<bool> whole; // the polygon is its whole face
+  // Object point -> point of the current layer, -1 when not in it.
+  std::vector<std::int32_t> local;
+};
+
+namespace {
+
+int CornerCount(C3DBaseObject* object, int face) {
+  if (object->GetKindOf() == OBJECT_CURVE)
+    return object->GetPointList() ? object->GetPointList()->GetSize() : 0;
+  return (*object->GetFaceList())[face].GetSize();
+}
+
+int FaceCount(C3DBaseObject* object) {
+  if (object->GetKindOf() == OBJECT_CURVE)
+    return object->GetPointList() && object->GetPointList()->GetSize() > 0 ? 1 : 0;
+  C3DFaceList* faces = object->GetFaceList();
+  return faces ? faces->GetSize() : 0;
+}
+
+// Object point of corner k of face f.
+int CornerPoint(C3DBaseObject* object, int face, std::uint32_t k) {
+  if (object->GetKindOf() == OBJECT_CURVE)
+    return int(k);
+  return (*object->GetFaceList())[face][int(k)];
+}
+
+} // namespace
+
+void CLightwaveIo::PlanPieces(C3DBaseObject* object) {
+  m_plan = std::make_unique<WritePlan>();
+  WritePlan& plan = *m_plan;
+  const bool curve = object->GetKindOf() == OBJECT_CURVE;
+  const int pointCount = object->GetPointList() ? object->GetPointList()->GetSize() : 0;
+  const int faceCount = FaceCount(object);
+  bool fits = std::uint64_t(pointCount) <= m_indexLimit && std::uint64_t(faceCount) <= m_indexLimit;
+  for (int f = 0; f < faceCount && fits; ++f)
+    fits = CornerCount(object, f) <= int(kMaxPolygonVertices);
+  if (fits) {
+    plan.pieces.emplace_back();
+    return;
+  }
+
+  plan.start.push_back(0);
+  std::vector<std::uint32_t> buf;
+  for (int f = 0; f < faceCount; ++f)
+    ForEachPolygon(unsigned(CornerCount(object, f)), curve, buf,
+                   [&](const std::uint32_t* c, unsigned n, bool whole) {
+                     plan.face.push_back(std::uint32_t(f));
+                     plan.corners.insert(plan.corners.end(), c, c + n);
+                     plan.start.push_back(std::uint32_t(plan.corners.size()));
+                     plan.whole.push_back(whole);
+                   });
+
+  // Greedy: a layer takes polygons while its points and polygons stay within the limit.
+  plan.local.assign(std::size_t(std::max(pointCount, 0)), -1);
+  LwPiece piece;
+  piece.whole = false;
+  auto close = [&](std::size_t end) {
+    piece.endPolygon = end;
+    for (std::uint32_t op : piece.points)
+      plan.local[op] = -1;
+    plan.pieces.push_back(std::move(piece));
+    piece = LwPiece();
+    piece.whole = false;
+    piece.firstPolygon = end;
+  };
+  const std::size_t polygons = plan.face.size();
+  for (std::size_t p = 0; p < polygons; ++p) {
+    std::size_t fresh = 0;
+    for (std::uint32_t c = plan.start[p]; c < plan.start[p + 1]; ++c) {
+      int op = CornerPoint(object, int(plan.face[p]), plan.corners[c]);
+      if (op >= 0 && op < pointCount && plan.local[std::size_t(op)] < 0)
+        ++fresh;
+    }
+    if (p > piece.firstPolygon && (piece.points.size() + fresh > m_indexLimit ||
+                                   p - piece.firstPolygon + 1 > m_indexLimit))
+      close(p);
+    for (std::uint32_t c = plan.start[p]; c < plan.start[p + 1]; ++c) {
+      int op = CornerPoint(object, int(plan.face[p]), plan.corners[c]);
+      if (op >= 0 && op < pointCount && plan.local[std::size_t(op)] < 0) {
+        plan.local[std::size_t(op)] = std::int32_t(piece.points.size());
+        piece.points.push_back(std::uint32_t(op));
+      }
+    }
+  }
+  close(polygons);
+}
+
+void CLightwaveIo::BeginPiece(C3DBaseObject*, std::size_t index) {
+  WritePlan& plan = *m_plan;
+  plan.current = index;
+  const LwPiece& piece = plan.pieces[index];
+  if (piece.whole)
+    return;
+  std::fill(plan.local.begin(), plan.local.end(), -1);
+  for (std::size_t i = 0; i < piece.points.size(); ++i)
+    plan.local[piece.points[i]] = std::int32_t(i);
+}
+
+// fn(face, corners in file order, corner count, whole face, polygon number in the layer)
+// for every polygon of the current layer's share of the object.
+template <class Fn> void CLightwaveIo::ForEachWrittenPolygon(C3DBaseObject* object, Fn fn) {
+  const WritePlan& plan = *m_plan;
+  const LwPiece& piece = plan.pieces[plan.current];
+  if (piece.whole) {
+    const bool curve = object->GetKindOf() == OBJECT_CURVE;
+    const int faceCount = FaceCount(object);
+    std::vector<std::uint32_t> buf;
+    for (int f = 0; f < faceCount; ++f)
+      ForEachPolygon(unsigned(CornerCount(object, f)), curve, buf,
+                     [&](const std::uint32_t* c, unsigned n, bool whole) {
+                       fn(f, c, n, whole, std::uint32_t(f));
+                     });
+    return;
+  }
+  for (std::size_t p = piece.firstPolygon; p < piece.endPolygon; ++p)
+    fn(int(plan.face[p]), plan.corners.data() + plan.start[p], plan.start[p + 1] - plan.start[p],
+       bool(plan.whole[p]), std::uint32_t(p - piece.firstPolygon));
+}
+
 void CLightwaveIo::ResetWriteState() {
-  m_layerCounter = 1;
+  m_layerCounter = 0;
   m_vmapCounter = 0;
   m_materialTag.clear();
   m_fallbackTag = kLwNone;
@@ -710,7 +823,8 @@ void CLightwaveIo::ResetWriteState() {
   m_materialMapName.clear();
   m_clipIndex.clear();
   m_materialClip.clear();
-  m_saveFailed = false;
+  m_nodeLayer.clear();
+  m_plan.reset();
 }
 
 int CLightwaveIo::Save(const std::string& name, C3DScene* scene, unsigned flags) {
@@ -721,19 +835,9 @@ int CLightwaveIo::Save(const std::string& name, C3DScene* scene, unsigned flags)
   std::vector<std::uint8_t> bytes;
   if (!SaveToMemory(scene, flags, bytes))
     return 0;
-  IoFile file(IsSilentMode(), 0);
-  if (!file.OpenFile(name, 0)) {
-    SetIoError(IO_FILE_CANT_OPEN);
-    return 0;
-  }
-  for (std::size_t done = 0; done < bytes.size();) {
-    unsigned n = unsigned(std::min<std::size_t>(bytes.size() - done, kMaxReadChunk));
-    file.FileWrite(bytes.data() + done, n);
-    done += n;
-  }
-  file.CloseFile();
-  if (int cause = file.GetWriteError()) {
-    SetIoError(cause == 13 ? IO_FILE_DISK_FULL : IO_FILE_CANT_OPEN);
+  const int result = codec::WriteWholeFile(name, bytes.data(), bytes.size(), IsSilentMode());
+  if (result != IO_FILE_OK) {
+    SetIoError(result);
     return 0;
   }
   return 1;
@@ -746,136 +850,110 @@ int CLightwaveIo::SaveToMemory(C3DScene* scene, unsigned flags, std::vector<std:
   }
   int changed = 0;
   C3DScene* exported = scene->InitExport(int(flags), changed);
-  CLwoWriter writer;
-  int result = SaveLightwave6(writer, exported);
-  exported->ReleaseExport(exported, exported != scene);
-  if (result)
-    out = std::move(writer.GetBuffer());
-  return result;
-}
-
-// Layers are planned in the order the scene's nodes were created (siblings
-// list newest first, so they are walked backwards): reading the file back
-// then rebuilds the same tree. The object nodes of a Lightwave layer group
-// share one layer, as they did in the file they came from.
-void CLightwaveIo::PlanLayers(C3DSceneNode* parent, int parentLayer, Layout& layout) {
-  std::vector<C3DSceneNode*> children;
-  for (CTreeNode* c = parent ? parent->GetChild() : m_saveScene->GetRoot()->GetChild(); c;
-       c = c->GetRight())
-    children.push_back(static_cast<C3DSceneNode*>(c));
-  std::reverse(children.begin(), children.end());
-
-  auto eligible = [](C3DSceneNode* node) {
-    C3DBaseObject* object = node->GetBaseObject();
-    return object && !node->IsFlagSet(kNodeHidden) && !object->IsFlagSet(OBJECT_EMPTY) &&
-           object->GetKindOf() != OBJECT_GROUP;
-  };
-  auto newLayer = [&](const std::string& name, unsigned flags) -> Layout::Layer& {
-    Layout::Layer& layer = layout.layers.emplace_back();
-    layer.name = name;
-    layer.flags = flags;
-    layer.parent = parentLayer;
-    layer.number = m_layerCounter++;
-    return layer;
-  };
-
-  for (C3DSceneNode* child : children) {
-    C3DBaseObject* object = child->GetBaseObject();
-    if (object && object->GetKindOf() == OBJECT_GROUP) {
-      int groupLayer = parentLayer;
-      if (child->GetCustomData().HasData(kCustomLightwave)) {
-        std::vector<C3DSceneNode*> members;
-        for (CTreeNode* c = child->GetChild(); c; c = c->GetRight()) {
-          auto* member = static_cast<C3DSceneNode*>(c);
-          if (eligible(member) && !layout.layerOf.count(member))
-            members.push_back(member);
-        }
-        if (!members.empty()) {
-          std::reverse(members.begin(), members.end());
-          Layout::Layer& layer = newLayer(child->GetName(), child->IsFlagSet(kNodeHidden) ? 1 : 0);
-          layer.nodes = members;
-          groupLayer = int(layer.number);
-          for (C3DSceneNode* member : members)
-            layout.layerOf[member] = layer.number;
-        }
-      }
-      PlanLayers(child, groupLayer, layout);
-    } else if (auto it = layout.layerOf.find(child); it != layout.layerOf.end()) {
-      PlanLayers(child, int(it->second), layout);
-    } else if (eligible(child)) {
-      Layout::Layer& layer = newLayer(child->GetName(), 0);
-      layer.nodes.push_back(child);
-      unsigned number = layer.number;
-      layout.layerOf[child] = number;
-      PlanLayers(child, int(number), layout);
-    } else {
-      PlanLayers(child, parentLayer, layout);
-    }
+  st_lwObject object;
+  int result = 0;
+  try {
+    result = SaveLightwave6(object, exported);
+  } catch (const CancelledSave&) {
+    SetIoError(IO_FILE_CANCELLED);
+    result = 0;
+  } catch (const BadScene& bad) {
+    SetIoError(IO_FILE_CANT_SAVE_OPTIONS, bad.what);
+    result = 0;
+  } catch (const std::bad_alloc&) {
+    SetIoError(IO_FILE_NO_MEMORY);
+    result = 0;
   }
+  exported->ReleaseExport(exported, exported != scene);
+  m_plan.reset();
+  if (!result)
+    return 0;
+  CLwoWriter writer;
+  switch (WriteLightwaveObject(object, writer, true)) {
+  case LwWriteResult::Ok:
+    out = std::move(writer.GetBuffer());
+    return 1;
+  case LwWriteResult::Cancelled:
+    SetIoError(IO_FILE_CANCELLED);
+    return 0;
+  case LwWriteResult::DoesNotFit:
+    break;
+  }
+  SetIoError(IO_FILE_CANT_SAVE_OPTIONS, "a chunk is longer than its size field can hold");
+  return 0;
 }
 
-int CLightwaveIo::SaveLightwave6(CLwoWriter& file, C3DScene* scene) {
+int CLightwaveIo::SaveLightwave6(st_lwObject& file, C3DScene* scene) {
   if (!scene || scene->GetNodeNbr(0) == 0) {
     SetIoError(IO_FILE_EMPTY);
     return 0;
   }
   ResetWriteState();
   m_saveScene = scene;
-  Layout layout;
-  PlanLayers(nullptr, -1, layout);
+  file = st_lwObject();
+  file.formType = lwid::LWO2;
 
-  auto form = BeginWriteChunk(file, lwid::FORM, 1);
-  file.WriteID(lwid::LWO2);
+  // The nodes written, in scene order: not hidden, not empty, not groups.
+  std::vector<C3DSceneNode*> nodes;
+  {
+    const C3DBaseObject* object = nullptr;
+    C3DSceneNode* cursor = scene->GetFirstNode(nullptr);
+    while (cursor) {
+      C3DSceneNode* node = scene->GetNextNode(object, cursor, nullptr);
+      if (!node)
+        break;
+      C3DBaseObject* o = node->GetBaseObject();
+      if (o && !node->IsFlagSet(kNodeHidden) && !o->IsFlagSet(OBJECT_EMPTY) &&
+          o->GetKindOf() != OBJECT_GROUP)
+        nodes.push_back(node);
+    }
+  }
 
   // Faces whose material is not in the scene get a default surface.
   std::unordered_map<std::uint32_t, bool> known;
   for (MaterialPosition c = scene->GetFirstMaterial(); c;)
     known[scene->GetNextMaterial(c)->GetMaterialID()] = true;
-  for (const auto& layer : layout.layers)
-    for (C3DSceneNode* node : layer.nodes) {
-      C3DBaseObject* object = node->GetBaseObject();
-      C3DFaceList* faces = object->GetFaceList();
-      if (object->GetKindOf() == OBJECT_CURVE) {
-        if (!known.count(static_cast<C3DCurve*>(object)->GetMaterialID()))
+  for (C3DSceneNode* node : nodes) {
+    C3DBaseObject* object = node->GetBaseObject();
+    C3DFaceList* faces = object->GetFaceList();
+    if (object->GetKindOf() == OBJECT_CURVE) {
+      if (!known.count(static_cast<C3DCurve*>(object)->GetMaterialID()))
+        m_fallbackTag = 0;
+    } else if (faces) {
+      for (int i = 0; i < faces->GetSize() && m_fallbackTag == kLwNone; ++i)
+        if (!known.count((*faces)[i].GetMaterialID()))
           m_fallbackTag = 0;
-      } else if (faces) {
-        for (int i = 0; i < faces->GetSize() && m_fallbackTag == kLwNone; ++i)
-          if (!known.count((*faces)[i].GetMaterialID()))
-            m_fallbackTag = 0;
-      }
     }
+  }
   SaveMaterialsNames6(file);
   SaveClips6(file);
 
-  for (const auto& layer : layout.layers) {
-    SaveLayer6(file, layer.number, layer.name, layer.flags,
-               layer.parent < 0 ? 0xFFFF : unsigned(layer.parent));
-    for (C3DSceneNode* node : layer.nodes) {
-      C3DBaseObject* object = node->GetBaseObject();
-      std::unique_ptr<C3DBaseObject> source;
-      if (object->GetKindOf() == OBJECT_PATCH)
-        if (C3DBaseObject* s = PatchSource(static_cast<C3DPatch*>(object)))
-          source.reset(s);
-      C3DBaseObject* written = source ? source.get() : object;
-      if (!SaveObjects6(file, written, object->GetKindOf())) {
-        m_saveFailed = true;
-        break;
-      }
+  CCancelCheck cancel(nodes.size(), 1);
+  for (C3DSceneNode* node : nodes) {
+    if (cancel.Tick()) {
+      SetIoError(IO_FILE_CANCELLED);
+      return 0;
+    }
+    C3DBaseObject* object = node->GetBaseObject();
+    std::unique_ptr<C3DBaseObject> source;
+    if (object->GetKindOf() == OBJECT_PATCH)
+      if (C3DBaseObject* s = PatchSource(static_cast<C3DPatch*>(object)))
+        source.reset(s);
+    C3DBaseObject* written = source ? source.get() : object;
+    PlanPieces(written);
+    for (std::size_t piece = 0; piece < m_plan->pieces.size(); ++piece) {
+      BeginPiece(written, piece);
+      const unsigned number = SaveLayer6(file, node);
+      if (piece == 0)
+        m_nodeLayer[node] = number;
+      SaveObjects6(file, written, object->GetKindOf());
       SaveUV6(file, written);
       SaveVC6(file, written);
     }
-    if (m_saveFailed)
-      break;
+    m_plan.reset();
   }
-  if (!m_saveFailed) {
-    SaveMaterials6(file);
-    EndWriteChunk(file, form, 1);
-  }
+  SaveMaterials6(file);
   m_saveScene = nullptr;
-  if (m_saveFailed || !file.IsValid()) {
-    SetIoError(IO_FILE_CANT_SAVE_OPTIONS);
-    return 0;
-  }
   return 1;
 }
 
@@ -884,24 +962,22 @@ std::uint32_t CLightwaveIo::TagOf(std::uint32_t materialID) {
   return it != m_materialTag.end() ? it->second : m_fallbackTag;
 }
 
-void CLightwaveIo::SaveMaterialsNames6(CLwoWriter& file) {
+void CLightwaveIo::SaveMaterialsNames6(st_lwObject& file) {
   m_materialTag.clear();
-  auto pos = BeginWriteChunk(file, lwid::TAGS, 1);
   std::uint32_t tag = 0;
   MaterialPosition cursor = m_saveScene->GetFirstMaterial();
   while (cursor) {
     C3DMaterial* material = m_saveScene->GetNextMaterial(cursor);
-    WriteString(file, material->GetName());
+    file.tags.push_back(material->GetName());
     m_materialTag[material->GetMaterialID()] = tag++;
   }
   if (m_fallbackTag != kLwNone) {
     m_fallbackTag = tag;
-    WriteString(file, "Default");
+    file.tags.push_back("Default");
   }
-  EndWriteChunk(file, pos, 1);
 }
 
-void CLightwaveIo::SaveClips6(CLwoWriter& file) {
+void CLightwaveIo::SaveClips6(st_lwObject& file) {
   MaterialPosition cursor = m_saveScene->GetFirstMaterial();
   while (cursor) {
     C3DMaterial* material = m_saveScene->GetNextMaterial(cursor);
@@ -913,106 +989,129 @@ void CLightwaveIo::SaveClips6(CLwoWriter& file) {
     m_materialClip[material->GetMaterialID()] = it->second;
     if (!inserted)
       continue;
-    auto pos = BeginWriteChunk(file, lwid::CLIP, 1);
-    file.WriteU4(it->second);
-    auto stil = BeginWriteChunk(file, lwid::STIL, 0);
-    WriteString(file, name);
-    EndWriteChunk(file, stil, 0);
-    EndWriteChunk(file, pos, 1);
+    st_lwClip& clip = file.clips.emplace_back();
+    clip.index = it->second;
+    clip.type = lwid::STIL;
+    clip.fileName = name;
   }
 }
 
-void CLightwaveIo::SaveLayer6(CLwoWriter& file, unsigned number, const std::string& name,
-                              unsigned flags, unsigned parent) {
-  auto pos = BeginWriteChunk(file, lwid::LAYR, 1);
-  file.WriteU2(std::uint16_t(number));
-  file.WriteU2(std::uint16_t(flags));
-  for (int i = 0; i < 3; ++i)
-    file.WriteF4(0.0f);
-  WriteString(file, name);
-  file.WriteU2(std::uint16_t(parent));
-  EndWriteChunk(file, pos, 1);
+unsigned CLightwaveIo::SaveLayer6(st_lwObject& file, C3DSceneNode* node) {
+  st_lwLayer& layer = file.layers.emplace_back();
+  layer.number = m_layerCounter++;
+  layer.flags = node->IsFlagSet(kNodeHidden) ? 1 : 0;
+  layer.name = node->GetName();
+  // The nearest ancestor written as a layer, or none.
+  layer.parent = 0xFFFF;
+  for (C3DSceneNode* up = m_saveScene->GetParent(node); up && !m_saveScene->IsSceneRoot(up);
+       up = m_saveScene->GetParent(up))
+    if (auto it = m_nodeLayer.find(up); it != m_nodeLayer.end()) {
+      layer.parent = it->second;
+      break;
+    }
+  layer.hasParent = true;
+  return layer.number;
 }
 
-bool CLightwaveIo::SaveObjects6(CLwoWriter& file, C3DBaseObject* object, std::uint32_t kind) {
+void CLightwaveIo::SaveObjects6(st_lwObject& file, C3DBaseObject* object, std::uint32_t kind) {
+  st_lwLayer& layer = file.layers.back();
+  const WritePlan& plan = *m_plan;
+  const LwPiece& piece = plan.pieces[plan.current];
   C3DPointList* points = object->GetPointList();
   const int pointCount = points ? points->GetSize() : 0;
   if (pointCount > 0) {
-    if (pointCount > 0x01000000)
-      return false;
-    auto pos = BeginWriteChunk(file, lwid::PNTS, 1);
-    std::uint8_t* p = file.Extend(std::size_t(pointCount) * 12);
     const C3DPoint* pt = points->GetFirst();
-    for (int i = 0; i < pointCount; ++i, p += 12) {
-      float xyz[3] = {pt[i].x, pt[i].y, pt[i].z};
-      for (int k = 0; k < 3; ++k) {
-        std::uint32_t u = std::bit_cast<std::uint32_t>(xyz[k]);
-        p[4 * k] = std::uint8_t(u >> 24);
-        p[4 * k + 1] = std::uint8_t(u >> 16);
-        p[4 * k + 2] = std::uint8_t(u >> 8);
-        p[4 * k + 3] = std::uint8_t(u);
-      }
+    auto put = [&](const C3DPoint& p) { layer.points.push_back(st_lwPoint{{p.x, p.y, p.z}}); };
+    if (piece.whole) {
+      layer.points.reserve(std::size_t(pointCount));
+      for (int i = 0; i < pointCount; ++i)
+        put(pt[i]);
+    } else {
+      layer.points.reserve(piece.points.size());
+      for (std::uint32_t op : piece.points)
+        put(pt[op]);
     }
-    EndWriteChunk(file, pos, 1);
   }
 
-  if (object->GetKindOf() == OBJECT_CURVE) {
-    if (pointCount == 0)
-      return true;
-    if (pointCount > 0x3FF)
-      return false;
-    auto pos = BeginWriteChunk(file, lwid::POLS, 1);
-    file.WriteID(lwid::CURV);
-    file.WriteU2(std::uint16_t(pointCount));
-    for (int i = 0; i < pointCount; ++i)
-      WriteVXChunk(file, std::uint32_t(i));
-    EndWriteChunk(file, pos, 1);
-    auto ptag = BeginWriteChunk(file, lwid::PTAG, 1);
-    file.WriteID(lwid::SURF);
-    WriteVXChunk(file, 0);
-    file.WriteU2(std::uint16_t(TagOf(static_cast<C3DCurve*>(object)->GetMaterialID())));
-    EndWriteChunk(file, ptag, 1);
-    return true;
-  }
-
+  const bool curve = object->GetKindOf() == OBJECT_CURVE;
   C3DFaceList* faces = object->GetFaceList();
-  if (!faces || faces->GetSize() == 0)
-    return true;
-  const int faceCount = faces->GetSize();
-  if (faceCount > 0x01000000)
-    return false;
-  auto pos = BeginWriteChunk(file, lwid::POLS, 1);
-  file.WriteID(kind == OBJECT_PATCH ? lwid::PACH : lwid::FACE);
-  for (int i = 0; i < faceCount; ++i) {
-    const C3DFace& face = (*faces)[i];
-    const int n = face.GetSize();
-    if (n > 0x3FF)
-      return false;
-    file.WriteU2(std::uint16_t(n));
-    const int* idx = face.GetData();
-    for (int k = n - 1; k >= 0; --k) {
-      if (idx[k] < 0 || idx[k] >= pointCount)
-        return false;
-      WriteVXChunk(file, std::uint32_t(idx[k]));
+  if (!curve && (!faces || faces->GetSize() == 0))
+    return;
+  const std::uint32_t type = curve ? lwid::CURV : kind == OBJECT_PATCH ? lwid::PACH : lwid::FACE;
+  const std::uint32_t curveTag =
+      curve ? TagOf(static_cast<C3DCurve*>(object)->GetMaterialID()) : kLwNone;
+  if (piece.whole && faces && !curve) {
+    layer.polygons.reserve(std::size_t(faces->GetSize()));
+    layer.polygonVertices.reserve(std::size_t(faces->GetSize()) * 4);
+  }
+  CCancelCheck cancel;
+  bool bad = false;
+  ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* c, unsigned n, bool, std::uint32_t) {
+    if (cancel.Tick())
+      throw CancelledSave{};
+    st_lwPolygon poly;
+    poly.type = type;
+    poly.firstVertex = std::uint32_t(layer.polygonVertices.size());
+    poly.vertexCount = std::uint16_t(n);
+    poly.tag = curve ? curveTag : TagOf((*faces)[f].GetMaterialID());
+    for (unsigned k = 0; k < n; ++k) {
+      int op = CornerPoint(object, f, c[k]);
+      if (op < 0 || op >= pointCount) {
+        bad = true;
+        op = 0;
+      }
+      layer.polygonVertices.push_back(piece.whole ? std::uint32_t(op)
+                                                  : std::uint32_t(plan.local[std::size_t(op)]));
     }
-  }
-  EndWriteChunk(file, pos, 1);
-
-  auto ptag = BeginWriteChunk(file, lwid::PTAG, 1);
-  file.WriteID(lwid::SURF);
-  for (int i = 0; i < faceCount; ++i) {
-    WriteVXChunk(file, std::uint32_t(i));
-    file.WriteU2(std::uint16_t(TagOf((*faces)[i].GetMaterialID())));
-  }
-  EndWriteChunk(file, ptag, 1);
-  return true;
+    layer.polygons.push_back(poly);
+  });
+  if (bad)
+    throw BadScene{"a face uses a point outside the object's point list"};
 }
 
-void CLightwaveIo::SaveUV6(CLwoWriter& file, C3DBaseObject* object) {
+namespace {
+
+// Entries of one per-polygon map from a channel parallel to the object's faces.
+template <class FaceList, class Value>
+void AddChannelEntries(st_lwVMap& map, const C3DFaceList& faces, const FaceList& chFaces,
+                       int chPointCount, const std::vector<std::int32_t>* local, bool whole,
+                       int f, const std::uint32_t* c, unsigned n, bool wholeFace,
+                       std::uint32_t polygon, Value value) {
+  if (f >= chFaces.GetSize() || f >= faces.GetSize())
+    return;
+  const auto& cf = chFaces[f];
+  if (cf.IsOneFlagSet(kFaceSkipped))
+    return;
+  const C3DFace& mf = faces[f];
+  const int corners = std::min(cf.GetSize(), mf.GetSize());
+  auto add = [&](int k) {
+    if (k >= corners)
+      return;
+    int t = cf[k];
+    if (t < 0 || t >= chPointCount)
+      return;
+    map.points.push_back(whole ? std::uint32_t(mf[k]) : std::uint32_t((*local)[std::size_t(mf[k])]));
+    map.polygons.push_back(polygon);
+    value(t, map.values);
+  };
+  // A whole face lists its corners in the model's order, a piece in its own.
+  if (wholeFace)
+    for (int k = 0; k < corners; ++k)
+      add(k);
+  else
+    for (unsigned i = 0; i < n; ++i)
+      add(int(c[i]));
+}
+
+} // namespace
+
+void CLightwaveIo::SaveUV6(st_lwObject& file, C3DBaseObject* object) {
   CDependentChannels* channels = object->GetChannels();
   C3DFaceList* faces = object->GetFaceList();
-  if (!channels || !faces)
+  if (!channels || !faces || object->GetKindOf() == OBJECT_CURVE)
     return;
+  st_lwLayer& layer = file.layers.back();
+  const bool whole = m_plan->pieces[m_plan->current].whole;
   bool globalSeen = false;
   for (int c = 0; c < channels->GetSize(); ++c) {
     CChannel* channel = channels->GetChannel(c);
@@ -1024,28 +1123,20 @@ void CLightwaveIo::SaveUV6(CLwoWriter& file, C3DBaseObject* object) {
     if (!chFaces || !chPoints)
       continue;
     std::string name = "UV Texture " + std::to_string(m_vmapCounter++);
-    auto pos = BeginWriteChunk(file, lwid::VMAD, 1);
-    file.WriteID(lwid::TXUV);
-    file.WriteU2(2);
-    WriteString(file, name);
-    const int n = std::min(faces->GetSize(), chFaces->GetSize());
-    for (int i = 0; i < n; ++i) {
-      const CUVWFace& cf = (*chFaces)[i];
-      if (cf.IsOneFlagSet(kFaceSkipped))
-        continue;
-      const C3DFace& mf = (*faces)[i];
-      const int corners = std::min(cf.GetSize(), mf.GetSize());
-      for (int k = 0; k < corners; ++k) {
-        int t = cf[k];
-        if (t < 0 || t >= chPoints->GetSize())
-          continue;
-        WriteVXChunk(file, std::uint32_t(mf[k]));
-        WriteVXChunk(file, std::uint32_t(i));
-        file.WriteF4((*chPoints)[t].u);
-        file.WriteF4(-(*chPoints)[t].v);
-      }
-    }
-    EndWriteChunk(file, pos, 1);
+    st_lwVMap& map = layer.vmaps.emplace_back();
+    map.type = lwid::TXUV;
+    map.dimension = 2;
+    map.name = name;
+    map.perPolygon = true;
+    const int chPointCount = chPoints->GetSize();
+    ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* cs, unsigned n, bool wholeFace,
+                                      std::uint32_t polygon) {
+      AddChannelEntries(map, *faces, *chFaces, chPointCount, &m_plan->local, whole, f, cs, n,
+                        wholeFace, polygon, [&](int t, std::vector<float>& out) {
+                          out.push_back((*chPoints)[t].u);
+                          out.push_back(-(*chPoints)[t].v); // Lightwave's v runs the other way
+                        });
+    });
     m_channelMapName[channel->GetID()] = name;
     // The object's main texture channel places its materials' images.
     bool global = object->GetGlobalUVWChannel() == channel->GetID() ||
@@ -1057,11 +1148,13 @@ void CLightwaveIo::SaveUV6(CLwoWriter& file, C3DBaseObject* object) {
   }
 }
 
-void CLightwaveIo::SaveVC6(CLwoWriter& file, C3DBaseObject* object) {
+void CLightwaveIo::SaveVC6(st_lwObject& file, C3DBaseObject* object) {
   CDependentChannels* channels = object->GetChannels();
   C3DFaceList* faces = object->GetFaceList();
-  if (!channels || !faces)
+  if (!channels || !faces || object->GetKindOf() == OBJECT_CURVE)
     return;
+  st_lwLayer& layer = file.layers.back();
+  const bool whole = m_plan->pieces[m_plan->current].whole;
   for (int c = 0; c < channels->GetSize(); ++c) {
     CChannel* channel = channels->GetChannel(c);
     if (!channel || channel->GetType() != CHANNEL_VC)
@@ -1072,134 +1165,72 @@ void CLightwaveIo::SaveVC6(CLwoWriter& file, C3DBaseObject* object) {
     if (!chFaces || !chPoints)
       continue;
     std::string name = "VC Texture " + std::to_string(m_vmapCounter++);
-    auto pos = BeginWriteChunk(file, lwid::VMAD, 1);
-    file.WriteID(lwid::RGBA);
-    file.WriteU2(4);
-    WriteString(file, name);
-    const int n = std::min(faces->GetSize(), chFaces->GetSize());
-    for (int i = 0; i < n; ++i) {
-      const CVCFace& cf = (*chFaces)[i];
-      if (cf.IsOneFlagSet(kFaceSkipped))
-        continue;
-      const C3DFace& mf = (*faces)[i];
-      const int corners = std::min(cf.GetSize(), mf.GetSize());
-      for (int k = 0; k < corners; ++k) {
-        int t = cf[k];
-        if (t < 0 || t >= chPoints->GetSize())
-          continue;
-        const CRGBColor& colour = (*chPoints)[t].GetColor();
-        WriteVXChunk(file, std::uint32_t(mf[k]));
-        WriteVXChunk(file, std::uint32_t(i));
-        file.WriteF4(colour.r / 255.0f);
-        file.WriteF4(colour.g / 255.0f);
-        file.WriteF4(colour.b / 255.0f);
-        file.WriteF4(colour.a / 255.0f);
-      }
-    }
-    EndWriteChunk(file, pos, 1);
+    st_lwVMap& map = layer.vmaps.emplace_back();
+    map.type = lwid::RGBA;
+    map.dimension = 4;
+    map.name = name;
+    map.perPolygon = true;
+    const int chPointCount = chPoints->GetSize();
+    ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* cs, unsigned n, bool wholeFace,
+                                      std::uint32_t polygon) {
+      AddChannelEntries(map, *faces, *chFaces, chPointCount, &m_plan->local, whole, f, cs, n,
+                        wholeFace, polygon, [&](int t, std::vector<float>& out) {
+                          const CRGBColor& colour = (*chPoints)[t].GetColor();
+                          out.push_back(codec::ColorUnit(colour.r));
+                          out.push_back(codec::ColorUnit(colour.g));
+                          out.push_back(codec::ColorUnit(colour.b));
+                          out.push_back(codec::ColorUnit(colour.a));
+                        });
+    });
     m_channelMapName[channel->GetID()] = name;
   }
 }
 
-struct CLightwaveIo::SurfaceValues {
-  std::string name;
-  float colour[3] = {200.0f / 255.0f, 200.0f / 255.0f, 200.0f / 255.0f};
-  float luminosity = 0.0f, diffuse = 1.0f, specular = 0.0f, transparency = 0.0f;
-  float smoothing = 0.0f;
-  bool image = false; // write an image block
-  std::uint32_t clip = kLwNone;
-  std::string uvMap;
-  std::string vcMap; // vertex-colour map, empty for none
-  float vcIntensity = 1.0f;
-};
-
-void CLightwaveIo::WriteSurface(CLwoWriter& file, const SurfaceValues& s) {
-  auto pos = BeginWriteChunk(file, lwid::SURF, 1);
-  WriteString(file, s.name);
-  WriteString(file, "");
-  WriteColorChunk(file, s.colour, lwid::COLR);
-  WriteFloatEnvChunk(file, s.luminosity, lwid::LUMI);
-  WriteFloatEnvChunk(file, s.diffuse, lwid::DIFF);
-  WriteFloatEnvChunk(file, s.specular, lwid::SPEC);
-  WriteFloatEnvChunk(file, s.transparency, lwid::TRAN);
-  WriteFloatEnvChunk(file, s.smoothing, lwid::SMAN);
-  WriteShortChunk(file, 3, lwid::SIDE);
-  if (s.image) {
-    auto blok = BeginWriteChunk(file, lwid::BLOK, 0);
-    auto head = BeginWriteChunk(file, lwid::IMAP, 0);
-    WriteString(file, GetOrdinalString(0, 0));
-    auto chan = BeginWriteChunk(file, lwid::CHAN, 0);
-    file.WriteID(lwid::COLR);
-    EndWriteChunk(file, chan, 0);
-    WriteShortChunk(file, 1, lwid::ENAB);
-    auto opac = BeginWriteChunk(file, lwid::OPAC, 0);
-    file.WriteU2(0);
-    file.WriteF4(1.0f);
-    WriteVXChunk(file, 0);
-    EndWriteChunk(file, opac, 0);
-    WriteShortChunk(file, 2, lwid::AXIS);
-    EndWriteChunk(file, head, 0);
-    WriteShortChunk(file, 5, lwid::PROJ); // UV projection
-    if (s.clip != kLwNone) {
-      auto imag = BeginWriteChunk(file, lwid::IMAG, 0);
-      WriteVXChunk(file, s.clip);
-      EndWriteChunk(file, imag, 0);
-    }
-    if (!s.uvMap.empty()) {
-      auto vmap = BeginWriteChunk(file, lwid::VMAP, 0);
-      WriteString(file, s.uvMap);
-      EndWriteChunk(file, vmap, 0);
-    }
-    EndWriteChunk(file, blok, 0);
-  }
-  if (!s.vcMap.empty()) {
-    auto vcol = BeginWriteChunk(file, lwid::VCOL, 0);
-    file.WriteF4(s.vcIntensity);
-    file.WriteU2(0);
-    file.WriteID(lwid::RGBA);
-    WriteString(file, s.vcMap);
-    EndWriteChunk(file, vcol, 0);
-  }
-  EndWriteChunk(file, pos, 1);
-}
-
-void CLightwaveIo::SaveMaterials6(CLwoWriter& file) {
+void CLightwaveIo::SaveMaterials6(st_lwObject& file) {
   for (MaterialPosition cursor = m_saveScene->GetFirstMaterial(); cursor;) {
     const C3DMaterial& material = *m_saveScene->GetNextMaterial(cursor);
     const std::uint32_t id = material.GetMaterialID();
-    SurfaceValues s;
+    st_lwSurface& s = file.surfaces.emplace_back();
     s.name = material.GetName();
     const CRGBColor& c = material.GetDiffuseColor();
-    s.colour[0] = c.r / 255.0f;
-    s.colour[1] = c.g / 255.0f;
-    s.colour[2] = c.b / 255.0f;
+    s.color[0] = codec::ColorUnit(c.r);
+    s.color[1] = codec::ColorUnit(c.g);
+    s.color[2] = codec::ColorUnit(c.b);
     s.luminosity = material.GetAmbientFactor();
     s.diffuse = material.GetDiffuseFactor();
     s.specular = material.GetSpecularFactor();
     s.transparency = material.GetTransparencyFactor();
-    s.smoothing = material.GetSmoothAngle();
+    s.smoothingAngle = material.GetSmoothAngle();
+    s.side = 3;
     if (CMaterialMap* map = material.GetDiffuseMaps()) {
+      st_lwBlock block;
+      block.type = lwid::IMAP;
+      block.ordinal = GetOrdinalString(0, 0);
+      block.channel = lwid::COLR;
+      block.axis = 2;
+      block.projection = 5; // UV
       if (auto it = m_channelMapName.find(map->GetChannelID()); it != m_channelMapName.end())
-        s.uvMap = it->second;
+        block.vmapName = it->second;
       else if (auto jt = m_materialMapName.find(id); jt != m_materialMapName.end())
-        s.uvMap = jt->second;
+        block.vmapName = jt->second;
       if (auto clip = m_materialClip.find(id); clip != m_materialClip.end())
-        s.clip = clip->second;
-      s.image = s.clip != kLwNone || !s.uvMap.empty();
+        block.clip = clip->second;
+      if (block.clip != kLwNone || !block.vmapName.empty())
+        s.GetChannel(lwid::COLR).blocks.push_back(std::move(block));
     }
     float factor = 1.0f;
     unsigned vcChannel = material.GetVertexColor(factor);
     if (auto it = m_channelMapName.find(vcChannel);
         vcChannel != kNoChannel && it != m_channelMapName.end()) {
-      s.vcMap = it->second;
-      s.vcIntensity = factor;
+      s.vcolName = it->second;
+      s.vcolIntensity = factor;
+      s.vcolType = lwid::RGBA;
     }
-    WriteSurface(file, s);
   }
   if (m_fallbackTag != kLwNone) {
-    SurfaceValues s;
+    st_lwSurface& s = file.surfaces.emplace_back();
     s.name = "Default";
-    WriteSurface(file, s);
+    s.side = 3;
   }
 }
 

@@ -2,8 +2,6 @@
 // The codec of Lightwave object files: reads "LWOB" and "LWO2" into a scene,
 // writes a scene as one "LWO2" file.
 
-#include "meshcore/formats/lightwave/lwo_object.h"
-#include "meshcore/formats/lightwave/lwo_writer.h"
 #include "meshcore/io/parser_3d.h"
 
 #include <cstddef>
@@ -20,11 +18,14 @@ namespace meshcore {
 class C3DBaseObject;
 class C3DScene;
 class C3DSceneNode;
+struct st_lwObject;
+struct st_lwLayer;
+struct st_lwPolygon;
 
 // Custom-data record that object and layer-group nodes carry, and the layer
 // number + 1 in it.
-inline constexpr unsigned kCustomLightwave = LwId("LWOB");
-inline constexpr unsigned kCustomLayerNumber = LwId("LYRN");
+inline constexpr unsigned kCustomLightwave = 0x4C574F42;  // 'LWOB'
+inline constexpr unsigned kCustomLayerNumber = 0x4C59524E; // 'LYRN'
 
 // Makes CLightwaveIo the codec of "LIGT" files; called at library start.
 void RegisterLightwaveCodec();
@@ -44,32 +45,13 @@ public:
   C3DScene* ReadFromMemory(const void* data, std::size_t size, unsigned flags);
   int SaveToMemory(C3DScene* scene, unsigned flags, std::vector<std::uint8_t>& out);
 
-  // Writing primitives; the "file" is the buffer the file is written from.
-  std::size_t BeginWriteChunk(CLwoWriter& file, std::uint32_t id, int longChunk) {
-    return file.BeginWriteChunk(id, longChunk != 0);
-  }
-  void EndWriteChunk(CLwoWriter& file, std::size_t position, int longChunk) {
-    file.EndWriteChunk(position, longChunk != 0);
-  }
-  void WriteString(CLwoWriter& file, const std::string& s) { file.WriteString(s); }
-  int WriteVXChunk(CLwoWriter& file, std::uint32_t index) { return file.WriteVXChunk(index); }
-  void WriteShortChunk(CLwoWriter& file, std::uint16_t v, std::uint32_t id) {
-    file.WriteShortChunk(v, id);
-  }
-  void WriteIntChunk(CLwoWriter& file, std::uint32_t v, std::uint32_t id) {
-    file.WriteIntChunk(v, id);
-  }
-  void WriteFloatChunk(CLwoWriter& file, float v, std::uint32_t id) { file.WriteFloatChunk(v, id); }
-  void WriteFloatEnvChunk(CLwoWriter& file, float v, std::uint32_t id) {
-    file.WriteFloatEnvChunk(v, id);
-  }
-  void WriteColorChunk(CLwoWriter& file, const float rgb[3], std::uint32_t id) {
-    file.WriteColorChunk(rgb, id);
-  }
+  // Where a layer's points or polygons run past what a VX index can name, the
+  // object continues in a new layer; tests lower the limit to reach it cheaply.
+  void SetLayerIndexLimit(std::uint32_t limit) { m_indexLimit = limit; }
 
   // While reading: the layer being converted and the number of layers.
   const st_lwLayer* GetActiveLayer() const { return m_activeLayer; }
-  int GetLayerNbr() const { return m_object ? int(m_object->layers.size()) : 0; }
+  int GetLayerNbr() const;
 
 protected:
   // Reading steps.
@@ -80,27 +62,28 @@ protected:
                        std::size_t end, int faceCount);
   C3DSceneNode* CreateNode(C3DScene* scene, C3DBaseObject* object, const st_lwLayer& layer);
 
-  // Writing steps.
-  int SaveLightwave6(CLwoWriter& file, C3DScene* scene);
-  void SaveMaterialsNames6(CLwoWriter& file);
-  void SaveClips6(CLwoWriter& file);
-  void SaveLayer6(CLwoWriter& file, unsigned number, const std::string& name, unsigned flags,
-                  unsigned parent);
-  bool SaveObjects6(CLwoWriter& file, C3DBaseObject* object, std::uint32_t kind);
-  void SaveUV6(CLwoWriter& file, C3DBaseObject* object);
-  void SaveVC6(CLwoWriter& file, C3DBaseObject* object);
-  void SaveMaterials6(CLwoWriter& file);
+  // Writing steps: each converts part of the scene into the Lightwave object
+  // that the writer then encodes.
+  int SaveLightwave6(st_lwObject& file, C3DScene* scene);
+  void SaveMaterialsNames6(st_lwObject& file);
+  void SaveClips6(st_lwObject& file);
+  // Appends a layer for the node and returns its number.
+  unsigned SaveLayer6(st_lwObject& file, C3DSceneNode* node);
+  void SaveObjects6(st_lwObject& file, C3DBaseObject* object, std::uint32_t kind);
+  void SaveUV6(st_lwObject& file, C3DBaseObject* object);
+  void SaveVC6(st_lwObject& file, C3DBaseObject* object);
+  void SaveMaterials6(st_lwObject& file);
 
 private:
-  struct Layout;
-  struct SurfaceValues;
+  struct WritePlan;
+  template <class Fn> void ForEachWrittenPolygon(C3DBaseObject* object, Fn fn);
   C3DScene* BuildScene(unsigned flags);
-  void WriteSurface(CLwoWriter& file, const SurfaceValues& surface);
   void ConvertLayer(const st_lwLayer& layer);
   void ConvertRun(const st_lwLayer& layer, std::size_t first, std::size_t end);
   void ConvertCurve(const st_lwLayer& layer, const st_lwPolygon& poly);
-  void PlanLayers(C3DSceneNode* parent, int parentLayer, Layout& layout);
   std::uint32_t TagOf(std::uint32_t materialID);
+  void PlanPieces(C3DBaseObject* object);
+  void BeginPiece(C3DBaseObject* object, std::size_t piece);
   void ResetReadState();
   void ResetWriteState();
 
@@ -121,12 +104,15 @@ private:
   unsigned m_vmapCounter = 0;
   C3DScene* m_saveScene = nullptr;
   std::unordered_map<std::uint32_t, std::uint32_t> m_materialTag;
-  std::uint32_t m_fallbackTag = kLwNone; // for faces whose material is missing
+  std::uint32_t m_fallbackTag = 0xFFFFFFFFu; // for faces whose material is missing
   std::unordered_map<unsigned, std::string> m_channelMapName;
   std::unordered_map<std::uint32_t, std::string> m_materialMapName;
   std::map<std::string, std::uint32_t> m_clipIndex; // image file -> clip index
   std::unordered_map<std::uint32_t, std::uint32_t> m_materialClip;
-  bool m_saveFailed = false;
+  std::unordered_map<const C3DSceneNode*, unsigned> m_nodeLayer; // written node -> layer number
+  std::uint32_t m_indexLimit = 0x01000000;
+  // How the object being written is spread over layers (one unless it is past a limit).
+  std::unique_ptr<WritePlan> m_plan;
 };
 
 } // namespace meshcore

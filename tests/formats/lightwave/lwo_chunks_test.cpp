@@ -1,5 +1,6 @@
-#include "meshcore/formats/lightwave/lwo_reader.h"
-#include "meshcore/formats/lightwave/lwo_writer.h"
+#include "meshcore/formats/lightwave/detail/lwo_reader.h"
+#include "meshcore/platform/cancel.h"
+#include "meshcore/formats/lightwave/detail/lwo_writer.h"
 
 #include "lwo_test_bytes.h"
 
@@ -403,10 +404,12 @@ TEST(LwoChunks, HostileInputFailsCleanly) {
 
 TEST(LwoChunks, CancelStopsBetweenChunks) {
   LwLoadOptions options;
-  options.shouldCancel = [] { return 1; };
+  options.cancellable = true;
   LwLoadStatus status;
   Bytes b = Form("LWO2", SquareChunks());
+  SetCancel(1, 0);
   EXPECT_FALSE(LoadLightwaveObject(b.data.data(), b.size(), options, &status));
+  SetCancel(0, 0);
   EXPECT_TRUE(status.cancelled);
 }
 
@@ -423,10 +426,10 @@ TEST(LwoChunks, WriterPrimitives) {
 
   // An odd length gets a pad byte that the size field counts.
   CLwoWriter c;
-  auto pos = c.BeginWriteChunk(LwId("ABCD"), true);
-  EXPECT_EQ(pos, 4u);
-  c.WriteU1(7);
-  c.EndWriteChunk(pos, true);
+  {
+    auto chunk = c.BeginChunk(LwId("ABCD"));
+    c.U8(7);
+  }
   EXPECT_EQ(c.GetBuffer(), (std::vector<std::uint8_t>{'A', 'B', 'C', 'D', 0, 0, 0, 2, 7, 0}));
   CLwoWriter s;
   s.WriteFloatEnvChunk(1.0f, lwid::DIFF);
@@ -485,7 +488,7 @@ TEST(LwoChunks, WriteThenReadKeepsEverything) {
   obj.surfaces.emplace_back().name = "Other";
 
   CLwoWriter w;
-  ASSERT_TRUE(WriteLightwaveObject(obj, w));
+  ASSERT_EQ(WriteLightwaveObject(obj, w), LwWriteResult::Ok);
   const auto& bytes = w.GetBuffer();
   // Chunk order: TAGS, CLIP, LAYR, PNTS, POLS, PTAG, VMAD, POLS, PTAG, VMAD, SURF, SURF.
   std::vector<std::string> order;

@@ -1,8 +1,8 @@
 // The chunk loader against real files written by other programs, whole,
 // truncated at every length and with bytes flipped.
 
-#include "meshcore/formats/lightwave/lwo_reader.h"
-#include "meshcore/formats/lightwave/lwo_writer.h"
+#include "meshcore/formats/lightwave/detail/lwo_reader.h"
+#include "meshcore/formats/lightwave/detail/lwo_writer.h"
 
 #include "lwo_test_bytes.h"
 
@@ -45,7 +45,7 @@ TEST(LwoSamples, EveryFileLoadsAndSurvivesRewriting) {
     EXPECT_GT(TotalPolygons(*obj), 0u);
     // Our writer's bytes read back with the same geometry.
     CLwoWriter w;
-    ASSERT_TRUE(WriteLightwaveObject(*obj, w));
+    ASSERT_EQ(WriteLightwaveObject(*obj, w), LwWriteResult::Ok);
     auto back = LoadLightwaveObject(w.GetBuffer().data(), w.GetBuffer().size());
     ASSERT_TRUE(back);
     ASSERT_EQ(back->layers.size(), obj->layers.size());

@@ -3,11 +3,12 @@
 // working on the whole file in memory. Every count, size and index is checked
 // against its chunk before anything is allocated from it.
 
-#include "meshcore/formats/lightwave/lwo_object.h"
+#include "meshcore/formats/lightwave/detail/lwo_object.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace meshcore {
 
@@ -17,14 +18,16 @@ struct LwLoadOptions {
   bool polygonNormals = true;
   bool pointPolygons = true;
   bool vertexNormals = true; // implies the two above
-  // Polled before every chunk; non-zero stops loading with failure.
-  int (*shouldCancel)() = nullptr;
+  // Poll the thread's cancel flag (before every chunk and every few thousand
+  // records inside one) and report progress; a cancel stops loading with failure.
+  bool cancellable = false;
 };
 
 struct LwLoadStatus {
   bool cancelled = false;
   std::uint32_t chunkId = 0; // the chunk being read when loading stopped (0: header)
   std::size_t position = 0;  // the byte offset where loading stopped
+  std::string detail;        // where and why, for the user ("PTAG at byte 1234: ...")
 };
 
 // The object, or null when the bytes are not a valid Lightwave object (the

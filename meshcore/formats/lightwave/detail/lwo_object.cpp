@@ -1,4 +1,4 @@
-#include "meshcore/formats/lightwave/lwo_object.h"
+#include "meshcore/formats/lightwave/detail/lwo_object.h"
 
 namespace meshcore {
 

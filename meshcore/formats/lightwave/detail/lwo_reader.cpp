@@ -1,6 +1,9 @@
-#include "meshcore/formats/lightwave/lwo_reader.h"
+#include "meshcore/formats/lightwave/detail/lwo_reader.h"
 
-#include "meshcore/formats/lightwave/lwo_bytes.h"
+#include "meshcore/formats/common/detail/binary_cursor.h"
+#include "meshcore/formats/common/detail/chunk_walker.h"
+#include "meshcore/platform/cancel.h"
+
 
 #include <algorithm>
 #include <cmath>
@@ -14,91 +17,67 @@ namespace meshcore {
 
 namespace {
 
-using namespace lwbytes;
+using codec::CBinaryCursor;
+using codec::CFormatError;
+using codec::LoadU16BE;
+using codec::LoadU32BE;
+using codec::LoadF32BE;
 
-// Thrown at the first byte that does not fit; caught at the loader's boundary,
-// where the partial object is simply destroyed.
-struct BadFile {
-  const std::uint8_t* at;
-};
+// Records between two polls of the cancel flag inside one chunk.
+constexpr unsigned kPollPeriod = 8192;
+constexpr std::size_t kPollMask = kPollPeriod - 1;
 
-// A bounded view of one chunk or sub-chunk. Every read checks the bound.
-class Span {
+// Thrown from a bulk loop when the operation has been asked to stop.
+struct Cancelled {};
+
+// Size in bytes of the variable-length index starting at p.
+inline unsigned VXSize(const std::uint8_t* p) {
+  return p[0] == 0xFF ? 4u : 2u;
+}
+// Decodes a variable-length index whose bytes are known to be present.
+inline std::uint32_t LoadVX(const std::uint8_t* p, unsigned& size) {
+  if (p[0] == 0xFF) {
+    size = 4;
+    return LoadU32BE(p) & 0x00FFFFFFu;
+  }
+  size = 2;
+  return LoadU16BE(p);
+}
+
+// A bounded view of one chunk or sub-chunk: the shared cursor plus the two
+// encodings of this format, VX and the sub-chunk header.
+class Span : public CBinaryCursor {
 public:
-  Span(const std::uint8_t* p, const std::uint8_t* e) : p_(p), e_(e) {}
+  Span(const CBinaryCursor& c) : CBinaryCursor(c) {}
 
-  std::size_t Remaining() const { return std::size_t(e_ - p_); }
-  bool Empty() const { return p_ >= e_; }
-  const std::uint8_t* Pos() const { return p_; }
-  const std::uint8_t* End() const { return e_; }
-
-  void Need(std::size_t n) const {
-    if (Remaining() < n)
-      throw BadFile{p_};
-  }
-  std::uint8_t U1() {
-    Need(1);
-    return *p_++;
-  }
-  std::uint16_t U2() {
-    Need(2);
-    auto v = LoadU2(p_);
-    p_ += 2;
-    return v;
-  }
-  std::int16_t I2() { return std::int16_t(U2()); }
-  std::uint32_t U4() {
-    Need(4);
-    auto v = LoadU4(p_);
-    p_ += 4;
-    return v;
-  }
-  float F4() {
-    Need(4);
-    auto v = LoadF4(p_);
-    p_ += 4;
-    return v;
-  }
+  const std::uint8_t* Pos() const { return Data(); }
+  bool Empty() const { return AtEnd(); }
+  std::uint16_t U2() { return U16(); }
+  std::int16_t I2() { return I16(); }
+  std::uint32_t U4() { return U32(); }
+  std::uint8_t U1() { return U8(); }
+  float F4() { return F32(); }
   std::uint32_t VX() {
     Need(2);
-    if (p_[0] == 0xFF)
+    if (Data()[0] == 0xFF)
       Need(4);
     unsigned n;
-    auto v = LoadVX(p_, n);
-    p_ += n;
+    auto v = LoadVX(Data(), n);
+    Skip(n);
     return v;
   }
   // A zero-terminated string and its pad byte; the pad may be missing at the
   // very end of the chunk.
-  std::string S0() {
-    auto* z = static_cast<const std::uint8_t*>(std::memchr(p_, 0, Remaining()));
-    if (!z)
-      throw BadFile{e_};
-    std::string s(reinterpret_cast<const char*>(p_), std::size_t(z - p_));
-    std::size_t total = s.size() + 1;
-    total += total & 1;
-    p_ += std::min(total, Remaining());
-    return s;
-  }
-  void Skip(std::size_t n) {
-    Need(n);
-    p_ += n;
-  }
+  std::string S0() { return ZString(true); }
   // The next sub-chunk (ID4, U2 size); an odd size is followed by a pad byte.
   Span SubChunk(std::uint32_t& id) {
-    id = U4();
-    std::uint16_t size = U2();
-    Need(size);
-    Span s(p_, p_ + size);
-    p_ += size;
-    if ((size & 1) && !Empty())
-      ++p_;
+    id = Id();
+    std::uint16_t size = U16();
+    Span s(Sub(size));
+    if ((size & 1) && !AtEnd())
+      Skip(1);
     return s;
   }
-
-private:
-  const std::uint8_t* p_;
-  const std::uint8_t* e_;
 };
 
 bool IsBlockHeader(std::uint32_t id) {
@@ -117,7 +96,8 @@ class Loader {
 public:
   Loader(const std::uint8_t* data, std::size_t size, const LwLoadOptions& options,
          LwLoadStatus& status)
-      : base_(data), size_(size), options_(options), status_(status) {}
+      : base_(data), size_(size), options_(options), status_(status),
+        cancel_(size, kPollPeriod) {}
 
   std::unique_ptr<st_lwObject> Run();
 
@@ -142,6 +122,7 @@ private:
   void ReadOldSurface(Span c);
 
   void Finish();
+  void PollAt(const std::uint8_t* p);
 
   st_lwLayer& Layer() { return object_->layers.back(); }
 
@@ -150,23 +131,31 @@ private:
   const LwLoadOptions& options_;
   LwLoadStatus& status_;
   std::unique_ptr<st_lwObject> object_;
+  CCancelCheck cancel_;
 };
 
 std::unique_ptr<st_lwObject> Loader::Run() {
   status_ = {};
   if (size_ < 12) {
     status_.position = size_;
+    status_.detail = "file of " + std::to_string(size_) + " bytes is too short for a header";
     return nullptr;
   }
-  std::uint32_t form = LoadU4(base_), formSize = LoadU4(base_ + 4), type = LoadU4(base_ + 8);
+  std::uint32_t form = LoadU32BE(base_), formSize = LoadU32BE(base_ + 4),
+                type = LoadU32BE(base_ + 8);
   if (form != lwid::FORM || (type != lwid::LWO2 && type != lwid::LWOB)) {
     status_.position = 12;
+    status_.detail = "not a Lightwave object (" + codec::IdToString(form) + " " +
+                     codec::IdToString(type) + ")";
     return nullptr;
   }
   // A form that claims more bytes than the file holds is a truncated file.
   std::uint64_t formEnd = std::uint64_t(formSize) + 8;
   if (formEnd > size_ || formEnd < 12) {
     status_.position = 4;
+    status_.detail = codec::DescribeFailure("FORM", 4,
+                                            "size " + std::to_string(formSize) + " but the file has " +
+                                                std::to_string(size_ - 8) + " bytes after it");
     return nullptr;
   }
   try {
@@ -182,38 +171,49 @@ std::unique_ptr<st_lwObject> Loader::Run() {
     status_.chunkId = 0;
     status_.position = std::size_t(formEnd);
     Finish();
-  } catch (const BadFile& bad) {
-    status_.position = std::size_t(bad.at - base_);
+  } catch (const CFormatError& bad) {
+    status_.position = bad.GetOffset();
+    status_.detail = codec::DescribeFailure(
+        status_.chunkId ? codec::IdToString(status_.chunkId) : std::string(), bad.GetOffset(),
+        bad.GetWhat());
+    return nullptr;
+  } catch (const Cancelled&) {
+    status_.cancelled = true;
     return nullptr;
   } catch (const std::bad_alloc&) {
+    status_.detail = "out of memory";
     return nullptr;
   } catch (const std::length_error&) {
+    status_.detail = "out of memory";
     return nullptr;
   }
   return std::move(object_);
 }
 
 template <class Handler> void Loader::ForEachChunk(std::size_t formEnd, Handler handler) {
-  std::size_t pos = 12;
-  while (pos < formEnd) {
-    if (options_.shouldCancel && options_.shouldCancel()) {
+  codec::CChunkWalker walker(CBinaryCursor(base_, base_ + 12, base_ + formEnd, codec::ByteOrder::Big),
+                             codec::kIffChunks, options_.cancellable ? &cancel_ : nullptr);
+  codec::Chunk chunk;
+  for (;;) {
+    status_.chunkId = 0;
+    const bool more = walker.Next(chunk);
+    if (walker.IsCancelled()) {
       status_.cancelled = true;
-      status_.position = pos;
+      status_.position = walker.GetCurrentOffset();
       return;
     }
-    status_.chunkId = 0;
-    if (formEnd - pos < 8)
-      throw BadFile{base_ + pos};
-    std::uint32_t id = LoadU4(base_ + pos);
-    std::uint32_t size = LoadU4(base_ + pos + 4);
-    status_.chunkId = id;
-    pos += 8;
-    if (size > formEnd - pos)
-      throw BadFile{base_ + pos - 4};
-    handler(id, Span(base_ + pos, base_ + pos + size));
-    // Odd sizes are followed by a pad byte; a missing pad at the form's end is tolerated.
-    pos += size + (size & 1);
+    if (!more)
+      return;
+    status_.chunkId = chunk.id;
+    handler(chunk.id, Span(chunk.body));
   }
+}
+
+// Polls the cancel flag (and reports how far the bytes are read); bulk loops
+// call it every kPollPeriod records.
+void Loader::PollAt(const std::uint8_t* p) {
+  if (options_.cancellable && cancel_.At(std::uint64_t(p - base_)))
+    throw Cancelled{};
 }
 
 void Loader::ReadLwo2(std::size_t formEnd) {
@@ -304,12 +304,12 @@ void Loader::ReadLayer(Span c, bool first) {
 
 void Loader::ReadPoints(Span c) {
   if (c.Remaining() % 12 != 0)
-    throw BadFile{c.Pos()};
+    c.Fail("size " + std::to_string(c.Remaining()) + " is not a whole number of points");
   st_lwLayer& layer = Layer();
   std::size_t count = c.Remaining() / 12;
   std::size_t old = layer.points.size();
   if (old + count > std::numeric_limits<std::uint32_t>::max())
-    throw BadFile{c.Pos()};
+    c.Fail("more than 2^32 points in the layer");
   layer.pointBase = std::uint32_t(old);
   layer.points.resize(old + count);
   const std::uint8_t* p = c.Pos();
@@ -319,13 +319,15 @@ void Loader::ReadPoints(Span c) {
   float lo[3], hi[3];
   if (box)
     for (int k = 0; k < 3; ++k) {
-      lo[k] = old ? layer.bbox[k] : LoadF4(p + 4 * k);
+      lo[k] = old ? layer.bbox[k] : LoadF32BE(p + 4 * k);
       hi[k] = old ? layer.bbox[3 + k] : lo[k];
     }
   for (std::size_t i = 0; i < count; ++i, p += 12) {
-    out[i].pos[0] = LoadF4(p);
-    out[i].pos[1] = LoadF4(p + 4);
-    out[i].pos[2] = LoadF4(p + 8);
+    if ((i & kPollMask) == 0)
+      PollAt(p);
+    out[i].pos[0] = LoadF32BE(p);
+    out[i].pos[1] = LoadF32BE(p + 4);
+    out[i].pos[2] = LoadF32BE(p + 8);
     if (box)
       for (int k = 0; k < 3; ++k) {
         lo[k] = std::min(lo[k], out[i].pos[k]);
@@ -363,19 +365,24 @@ void Loader::ReadPolygons(Span c) {
   layer.polygons.reserve(oldPolygons + maxVertices / 4 + 1); // quads with short indices
   auto& verts = layer.polygonVertices;
   for (const std::uint8_t* p = begin; p < end;) {
+    if (((layer.polygons.size() - oldPolygons) & kPollMask) == 0)
+      PollAt(p);
     if (end - p < 2)
-      throw BadFile{p};
-    const std::uint16_t word = LoadU2(p);
+      c.FailAt(p, "polygon " + std::to_string(layer.polygons.size() - oldPolygons) + " cut short");
+    const std::uint16_t word = LoadU16BE(p);
     p += 2;
     const unsigned n = word & 0x03FF;
     const auto first = std::uint32_t(verts.size());
     for (unsigned i = 0; i < n; ++i) {
       if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
-        throw BadFile{p};
+        c.FailAt(p, "polygon " + std::to_string(layer.polygons.size() - oldPolygons) +
+                        " cut short at vertex " + std::to_string(i) + " of " + std::to_string(n));
       unsigned size;
       const std::uint32_t v = LoadVX(p, size);
       if (std::uint64_t(pointBase) + v >= pointCount)
-        throw BadFile{p};
+        c.FailAt(p, "polygon " + std::to_string(layer.polygons.size() - oldPolygons) +
+                        " uses point " + std::to_string(std::uint64_t(pointBase) + v) + " of " +
+                        std::to_string(pointCount));
       verts.push_back(pointBase + v);
       p += size;
     }
@@ -384,7 +391,7 @@ void Loader::ReadPolygons(Span c) {
   }
   if (layer.polygons.size() > std::numeric_limits<std::uint32_t>::max() ||
       verts.size() > std::numeric_limits<std::uint32_t>::max())
-    throw BadFile{begin};
+    c.FailAt(begin, "more than 2^32 polygons or vertices in the layer");
   layer.polygonBase = std::uint32_t(oldPolygons);
 }
 
@@ -401,12 +408,14 @@ void Loader::ReadPolygonTags(Span c) {
   if (extra)
     extra->resize(layer.polygons.size(), kLwNone);
   const std::uint64_t count = layer.polygons.size();
-  while (!c.Empty()) {
+  for (std::size_t entry = 0; !c.Empty(); ++entry) {
     const std::uint8_t* at = c.Pos();
+    if ((entry & kPollMask) == 0)
+      PollAt(at);
     std::uint64_t poly = std::uint64_t(layer.polygonBase) + c.VX();
     std::uint16_t tag = c.U2();
     if (poly >= count)
-      throw BadFile{at};
+      c.FailAt(at, "polygon " + std::to_string(poly) + " of " + std::to_string(count));
     if (extra)
       (*extra)[poly] = tag;
     else
@@ -442,20 +451,25 @@ void Loader::ReadVMap(Span c, bool perPolygon) {
     map.polygons.reserve(maxEntries);
   map.values.reserve(maxEntries * map.dimension);
   for (const std::uint8_t* p = begin; p < end;) {
+    const std::size_t entry = map.points.size();
+    if ((entry & kPollMask) == 0)
+      PollAt(p);
     for (int k = 0; k < (perPolygon ? 2 : 1); ++k) {
       if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
-        throw BadFile{p};
+        c.FailAt(p, "entry " + std::to_string(entry) + " cut short");
       unsigned size;
       std::uint64_t v = LoadVX(p, size) + (k == 0 ? pointBase : polygonBase);
       if (v >= (k == 0 ? pointCount : polygonCount))
-        throw BadFile{p};
+        c.FailAt(p, "entry " + std::to_string(entry) + " names " +
+                        (k == 0 ? "point " : "polygon ") + std::to_string(v) + " of " +
+                        std::to_string(k == 0 ? pointCount : polygonCount));
       (k == 0 ? map.points : map.polygons).push_back(std::uint32_t(v));
       p += size;
     }
     if (std::size_t(end - p) < valueBytes)
-      throw BadFile{p};
+      c.FailAt(p, "entry " + std::to_string(entry) + " values cut short");
     for (std::uint32_t d = 0; d < map.dimension; ++d, p += 4)
-      map.values.push_back(LoadF4(p));
+      map.values.push_back(LoadF32BE(p));
   }
   layer.vmaps.push_back(std::move(map));
 }
@@ -601,27 +615,27 @@ void Loader::ReadOldPolygons(Span c, std::uint32_t type, bool curves) {
 
   std::size_t polygons = 0, vertices = 0;
   for (const std::uint8_t* p = begin; p < end;) {
+    if ((polygons & kPollMask) == 0)
+      PollAt(p);
+    const std::string which = "polygon " + std::to_string(polygons);
     if (end - p < 2)
-      throw BadFile{p};
-    unsigned n = LoadU2(p);
+      c.FailAt(p, which + " cut short");
+    unsigned n = LoadU16BE(p);
     p += 2;
     if (std::size_t(end - p) < std::size_t(n) * 2 + 2)
-      throw BadFile{p};
+      c.FailAt(p, which + " cut short");
     for (unsigned i = 0; i < n; ++i, p += 2)
-      if (LoadU2(p) >= pointCount)
-        throw BadFile{p};
-    std::int16_t surf = std::int16_t(LoadU2(p));
+      if (LoadU16BE(p) >= pointCount)
+        c.FailAt(p, which + " uses point " + std::to_string(LoadU16BE(p)) + " of " +
+                        std::to_string(pointCount));
+    std::int16_t surf = std::int16_t(LoadU16BE(p));
     if (surf == 0)
-      throw BadFile{p};
+      c.FailAt(p, which + " has surface 0");
     p += 2;
-    if (curves) {
+    if (curves || surf < 0) {
+      // Curve flags, or the count of the detail polygons that simply follow.
       if (end - p < 2)
-        throw BadFile{p};
-      p += 2;
-    } else if (surf < 0) {
-      // The detail polygons simply follow in the same layout.
-      if (end - p < 2)
-        throw BadFile{p};
+        c.FailAt(p, which + " cut short");
       p += 2;
     }
     ++polygons;
@@ -630,7 +644,7 @@ void Loader::ReadOldPolygons(Span c, std::uint32_t type, bool curves) {
   std::size_t oldPolygons = layer.polygons.size(), oldVertices = layer.polygonVertices.size();
   if (oldPolygons + polygons > std::numeric_limits<std::uint32_t>::max() ||
       oldVertices + vertices > std::numeric_limits<std::uint32_t>::max())
-    throw BadFile{begin};
+    c.FailAt(begin, "more than 2^32 polygons or vertices in the layer");
   layer.polygonBase = std::uint32_t(oldPolygons);
   layer.polygons.resize(oldPolygons + polygons);
   layer.polygonVertices.resize(oldVertices + vertices);
@@ -639,18 +653,18 @@ void Loader::ReadOldPolygons(Span c, std::uint32_t type, bool curves) {
   std::uint32_t* verts = layer.polygonVertices.data();
   std::uint32_t next = std::uint32_t(oldVertices);
   for (const std::uint8_t* p = begin; p < end; ++poly) {
-    unsigned n = LoadU2(p);
+    unsigned n = LoadU16BE(p);
     p += 2;
     poly->type = type;
     poly->vertexCount = std::uint16_t(n);
     poly->firstVertex = next;
     for (unsigned i = 0; i < n; ++i, p += 2)
-      verts[next++] = LoadU2(p);
-    std::int16_t surf = std::int16_t(LoadU2(p));
+      verts[next++] = LoadU16BE(p);
+    std::int16_t surf = std::int16_t(LoadU16BE(p));
     p += 2;
     poly->tag = std::uint32_t(std::abs(int(surf)) - 1);
     if (curves) {
-      poly->flags = LoadU2(p);
+      poly->flags = LoadU16BE(p);
       p += 2;
     } else if (surf < 0) {
       p += 2;
@@ -801,7 +815,8 @@ void Loader::Finish() {
       LwBuildPointPolygons(layer);
   }
   if (!LwResolveSurfaces(*object_))
-    throw BadFile{base_ + size_};
+    throw CFormatError(size_, "a polygon names a tag past the " +
+                                  std::to_string(object_->tags.size()) + " of the tag table");
   for (auto& layer : object_->layers) {
     if (vertexNormals)
       LwComputeVertexNormals(layer, object_->surfaces);

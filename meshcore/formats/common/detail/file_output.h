@@ -1,0 +1,15 @@
+#pragma once
+// Writes a file's bytes through a temporary file beside the target, renamed
+// over it only when every byte was written: a failed save leaves the previous
+// file as it was.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace meshcore::codec {
+
+// The library's I/O code: 1 (ok), -1 (cannot open), -5 (disk full), -6 (access denied).
+int WriteWholeFile(const std::string& path, const void* data, std::size_t size, bool silent);
+
+} // namespace meshcore::codec
