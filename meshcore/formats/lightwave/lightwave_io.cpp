@@ -1129,8 +1129,11 @@ void CLightwaveIo::SaveUV6(st_lwObject& file, C3DBaseObject* object) {
     map.name = name;
     map.perPolygon = true;
     const int chPointCount = chPoints->GetSize();
+    CCancelCheck cancel;
     ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* cs, unsigned n, bool wholeFace,
                                       std::uint32_t polygon) {
+      if (cancel.Tick())
+        throw CancelledSave{};
       AddChannelEntries(map, *faces, *chFaces, chPointCount, &m_plan->local, whole, f, cs, n,
                         wholeFace, polygon, [&](int t, std::vector<float>& out) {
                           out.push_back((*chPoints)[t].u);
@@ -1171,8 +1174,11 @@ void CLightwaveIo::SaveVC6(st_lwObject& file, C3DBaseObject* object) {
     map.name = name;
     map.perPolygon = true;
     const int chPointCount = chPoints->GetSize();
+    CCancelCheck cancel;
     ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* cs, unsigned n, bool wholeFace,
                                       std::uint32_t polygon) {
+      if (cancel.Tick())
+        throw CancelledSave{};
       AddChannelEntries(map, *faces, *chFaces, chPointCount, &m_plan->local, whole, f, cs, n,
                         wholeFace, polygon, [&](int t, std::vector<float>& out) {
                           const CRGBColor& colour = (*chPoints)[t].GetColor();

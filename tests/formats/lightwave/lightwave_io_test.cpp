@@ -24,7 +24,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 using namespace meshcore;
@@ -603,4 +605,204 @@ TEST_F(LightwaveIo, FailuresAndTheirCodes) {
   C3DIo bad(Temp("no/such/dir/x.lwo"), kSilent);
   EXPECT_EQ(bad.Save(0, scene.get(), 0), 0);
   EXPECT_EQ(bad.GetIoError(), IO_FILE_CANT_OPEN);
+}
+
+namespace {
+
+// Twice the signed area of a polygon in the xz plane (y is constant).
+double Area2(const st_lwLayer& layer, const st_lwPolygon& p) {
+  double a = 0;
+  const std::uint32_t* v = layer.Vertices(p);
+  for (unsigned i = 0; i < p.vertexCount; ++i) {
+    const float* u = layer.points[v[i]].pos;
+    const float* w = layer.points[v[(i + 1) % p.vertexCount]].pos;
+    a += double(u[0]) * w[2] - double(w[0]) * u[2];
+  }
+  return a;
+}
+
+// A 20 x 20 grid of quads with a per-point texture map.
+Bytes Grid(int n) {
+  const int side = n + 1;
+  Bytes pts, pols, ptag, uv;
+  pols.id("FACE");
+  ptag.id("SURF");
+  uv.id("TXUV").u2(2).s0("uv");
+  for (int y = 0; y < side; ++y)
+    for (int x = 0; x < side; ++x) {
+      pts.f4(float(x)).f4(0).f4(float(y));
+      uv.vx(std::uint32_t(y * side + x)).f4(float(x) / float(n)).f4(float(y) / float(n));
+    }
+  for (int y = 0; y < n; ++y)
+    for (int x = 0; x < n; ++x) {
+      const auto a = std::uint32_t(y * side + x), s = std::uint32_t(side);
+      pols.u2(4).vx(a).vx(a + s).vx(a + s + 1).vx(a + 1);
+      ptag.vx(std::uint32_t(y * n + x)).u2(std::uint32_t((x + y) % 2));
+    }
+  Bytes c;
+  c.chunk("TAGS", Bytes().s0("Even").s0("Odd"));
+  c.chunk("PNTS", pts).chunk("VMAP", uv).chunk("POLS", pols).chunk("PTAG", ptag);
+  return Form("LWO2", c);
+}
+
+} // namespace
+
+TEST_F(LightwaveIo, LongFacesAndCurvesAreSplitToFit) {
+  C3DScene scene;
+  constexpr int kFace = 2500, kCurve = 3000;
+  auto* disc = new C3DObject;
+  auto* discPoints = new C3DPointList;
+  discPoints->SetSize(kFace);
+  auto* discFaces = new C3DFaceList;
+  discFaces->SetSize(1);
+  (*discFaces)[0].SetSize(kFace);
+  for (int i = 0; i < kFace; ++i) {
+    const double t = 2 * 3.14159265358979 * i / kFace;
+    (*discPoints)[i] = C3DPoint(float(std::cos(t)), 0.0f, float(std::sin(t)));
+    (*discFaces)[0][i] = i;
+  }
+  disc->SetPointList(discPoints);
+  disc->SetFaceList(discFaces);
+  auto* curve = new C3DCurve;
+  auto* curvePoints = new C3DPointList;
+  curvePoints->SetSize(kCurve);
+  for (int i = 0; i < kCurve; ++i)
+    (*curvePoints)[i] = C3DPoint(float(i), 1.0f, 0.0f);
+  curve->SetPointList(curvePoints);
+  scene.AddNode(nullptr, new C3DSceneNode(disc, 1));
+  scene.AddNode(nullptr, new C3DSceneNode(curve, 1));
+
+  int error = 0;
+  auto bytes = SaveBytes(&scene, &error);
+  ASSERT_EQ(error, 1);
+  auto obj = LoadLightwaveObject(bytes.data(), bytes.size());
+  ASSERT_TRUE(obj);
+  ASSERT_EQ(obj->layers.size(), 2u);
+  double area = 0;
+  std::size_t fans = 0, chains = 0;
+  for (const auto& layer : obj->layers) {
+    const st_lwPolygon* previous = nullptr;
+    for (const auto& p : layer.polygons) {
+      EXPECT_GE(p.vertexCount, 3u);
+      EXPECT_LE(p.vertexCount, 1023u);
+      if (p.type == lwid::FACE) {
+        // A fan: every piece starts at the same hub.
+        EXPECT_EQ(layer.Vertices(p)[0], layer.Vertices(layer.polygons[0])[0]);
+        area += Area2(layer, p);
+        ++fans;
+      } else {
+        ASSERT_EQ(p.type, lwid::CURV);
+        // A chain: each piece starts where the previous one ended.
+        if (previous) {
+          EXPECT_EQ(layer.Vertices(p)[0], layer.Vertices(*previous)[previous->vertexCount - 1]);
+        }
+        previous = &p;
+        ++chains;
+      }
+    }
+    if (previous) {
+      EXPECT_EQ(layer.Vertices(*previous)[previous->vertexCount - 1], std::uint32_t(kCurve - 1));
+    }
+  }
+  EXPECT_EQ(fans, 3u);
+  EXPECT_EQ(chains, 3u);
+  // The pieces cover the polygon exactly once (Lightwave winds the other way).
+  double whole = 0;
+  for (int i = 0; i < kFace; ++i) {
+    const C3DPoint& u = (*discPoints)[i];
+    const C3DPoint& w = (*discPoints)[(i + 1) % kFace];
+    whole += double(u.x) * w.z - double(w.x) * u.z;
+  }
+  EXPECT_NEAR(area, -whole, 1e-4);
+  auto back = ReadBytes(Bytes{bytes});
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->GetNodeNbr(1), 4); // the disc's object and three curves
+}
+
+TEST_F(LightwaveIo, LayersPastTheIndexLimitContinueInNewLayers) {
+  auto scene = ReadBytes(Grid(20));
+  ASSERT_TRUE(scene);
+  C3DIo io("memory.lwo", kSilent);
+  CLightwaveIo codec(io);
+  codec.SetLayerIndexLimit(100);
+  std::vector<std::uint8_t> bytes;
+  ASSERT_EQ(codec.SaveToMemory(scene.get(), 0, bytes), 1);
+  auto obj = LoadLightwaveObject(bytes.data(), bytes.size());
+  ASSERT_TRUE(obj);
+  ASSERT_GT(obj->layers.size(), 4u);
+  std::size_t polygons = 0;
+  for (std::size_t i = 0; i < obj->layers.size(); ++i) {
+    const auto& layer = obj->layers[i];
+    EXPECT_LE(layer.points.size(), 100u);
+    EXPECT_LE(layer.polygons.size(), 100u);
+    EXPECT_EQ(layer.number, i);
+    EXPECT_EQ(layer.name, obj->layers[0].name);
+    polygons += layer.polygons.size();
+  }
+  EXPECT_EQ(polygons, 400u);
+  // Faces, materials and texture coordinates read back as they were.
+  auto back = ReadBytes(Bytes{bytes});
+  ASSERT_TRUE(back);
+  EXPECT_EQ(SortedLines(Contents(*back)), SortedLines(Contents(*scene)));
+}
+
+TEST_F(LightwaveIo, LayerOrderAndHiddenNodes) {
+  // Sorted by parent, 0xFFFF being the number 65535: the layer without a
+  // parent field (0) is converted first, so it is listed last.
+  Bytes tri;
+  tri.chunk("PNTS", Points({0, 0, 0, 1, 0, 0, 0, 1, 0}))
+      .chunk("POLS", Bytes().id("FACE").u2(3).u2(0).u2(1).u2(2));
+  Bytes c;
+  c.chunk("LAYR", Bytes().u2(0).u2(0).f4(0).f4(0).f4(0).s0("Orphan").u2(0xFFFF)).raw(tri);
+  c.chunk("LAYR", Bytes().u2(1).u2(0).f4(0).f4(0).f4(0).s0("Plain")).raw(tri);
+  auto scene = ReadBytes(Form("LWO2", c));
+  ASSERT_TRUE(scene);
+  auto nodes = Nodes(*scene);
+  ASSERT_EQ(nodes.size(), 4u);
+  EXPECT_EQ(nodes[0]->GetName(), "Orphan");
+  EXPECT_EQ(scene->GetNodeDepth(nodes[0]), 0u);
+  EXPECT_EQ(nodes[2]->GetName(), "Plain");
+
+  // A hidden node is not written; the others keep their scene order.
+  nodes[1]->SetFlag(1, 1);
+  auto bytes = SaveBytes(scene.get());
+  auto obj = LoadLightwaveObject(bytes.data(), bytes.size());
+  ASSERT_TRUE(obj);
+  ASSERT_EQ(obj->layers.size(), 1u);
+  EXPECT_EQ(obj->layers[0].name, "Plain");
+  EXPECT_EQ(obj->layers[0].number, 0u);
+  EXPECT_EQ(obj->layers[0].flags, 0u);
+}
+
+TEST_F(LightwaveIo, DamagedFilesSayWhereAndWhy) {
+  Bytes c;
+  c.chunk("PNTS", Points({0, 0, 0, 1, 0, 0, 0, 1, 0}));
+  c.chunk("POLS", Bytes().id("FACE").u2(3).u2(0).u2(1).u2(2));
+  c.chunk("PTAG", Bytes().id("SURF").vx(5).u2(0));
+  const std::string path = Temp("bad.lwo");
+  {
+    std::ofstream out(path, std::ios::binary);
+    Bytes file = Form("LWO2", c);
+    out.write(reinterpret_cast<const char*>(file.data.data()), std::streamsize(file.size()));
+  }
+  C3DIo io(path, kSilent);
+  EXPECT_FALSE(io.Read(0, 0));
+  EXPECT_EQ(io.GetIoError(), IO_FILE_BAD_FORMAT);
+  EXPECT_EQ(io.GetIoErrorDetail(), "PTAG at byte 88: polygon 5 of 1");
+
+  // A cut sample names the chunk it was reading.
+  auto sample = ReadFileBytes(MESHCORE_SAMPLES_DIR "/lightwave/uvtest.lwo");
+  ASSERT_GT(sample.size(), 400u);
+  Bytes cut;
+  cut.data.assign(sample.begin(), sample.begin() + 400);
+  const std::uint32_t formSize = 400 - 8;
+  for (int i = 0; i < 4; ++i)
+    cut.data[4 + std::size_t(i)] = std::uint8_t(formSize >> (24 - 8 * i));
+  C3DIo memory("memory.lwo", kSilent);
+  CLightwaveIo codec(memory);
+  std::unique_ptr<C3DScene> scene(codec.ReadFromMemory(cut.data.data(), cut.size(), 0));
+  ASSERT_FALSE(scene);
+  EXPECT_EQ(memory.GetIoError(), IO_FILE_BAD_FORMAT);
+  EXPECT_NE(memory.GetIoErrorDetail().find(" at byte "), std::string::npos)
+      << memory.GetIoErrorDetail();
 }

@@ -1,35 +1,61 @@
 #include "meshcore/formats/common/detail/file_output.h"
 
 #include "meshcore/io/file_io.h"
-#include "meshcore/io/io_file.h"
+#include "meshcore/platform/byte_stream.h"
+#include "meshcore/platform/cancel.h"
+#include "meshcore/platform/exceptions.h"
 
 #include <algorithm>
 
 namespace meshcore::codec {
 
-int WriteWholeFile(const std::string& path, const void* data, std::size_t size, bool silent) {
-  // IoFile writes beside the target and renames over it on a clean close.
-  IoFile file(silent ? 1 : 0, 0);
-  if (!file.OpenFile(path, 0))
-    return IO_FILE_CANT_OPEN;
-  const auto* bytes = static_cast<const std::uint8_t*>(data);
-  constexpr std::size_t kPiece = std::size_t(1) << 30;
-  for (std::size_t done = 0; done < size;) {
-    const unsigned n = unsigned(std::min(size - done, kPiece));
-    file.FileWrite(bytes + done, n);
-    done += n;
-  }
-  file.CloseFile();
-  switch (file.GetWriteError()) {
-  case 0:
+namespace {
+
+int CodeOfCause(int cause) {
+  switch (cause) {
+  case CFileException::none:
     return IO_FILE_OK;
-  case 13: // disk full
+  case CFileException::diskFull:
     return IO_FILE_DISK_FULL;
-  case 5: // access denied
+  case CFileException::accessDenied:
     return IO_FILE_ACCESS_DENIED;
   default:
     return IO_FILE_CANT_OPEN;
   }
+}
+
+} // namespace
+
+int WriteWholeFile(const std::string& path, const void* data, std::size_t size, bool /*silent*/) {
+  // The stream writes beside the target and renames over it on a clean close.
+  CStdioFile file;
+  int cause = CFileException::none;
+  if (!file.Open(path, CStdioFile::modeWrite, &cause))
+    return IO_FILE_CANT_OPEN;
+  const auto* bytes = static_cast<const std::uint8_t*>(data);
+  // Pieces small enough that a cancel is answered between two of them.
+  constexpr std::size_t kPiece = std::size_t(4) << 20;
+  CCancelCheck cancel(size, 1);
+  try {
+    for (std::size_t done = 0; done < size;) {
+      if (cancel.At(done)) {
+        file.Abort();
+        return IO_FILE_CANCELLED;
+      }
+      const std::size_t n = std::min(size - done, kPiece);
+      file.Write(bytes + done, n);
+      done += n;
+    }
+    if (int failed = file.GetWriteError()) {
+      file.Abort();
+      return CodeOfCause(failed);
+    }
+    file.Close();
+  } catch (const CFileException& e) {
+    file.Abort();
+    return CodeOfCause(e.m_cause);
+  }
+  return IO_FILE_OK;
 }
 
 } // namespace meshcore::codec

@@ -9,7 +9,8 @@
 
 namespace meshcore::codec {
 
-// The library's I/O code: 1 (ok), -1 (cannot open), -5 (disk full), -6 (access denied).
+// The library's I/O code: 1 (ok), -1 (cannot open), -5 (disk full), -6 (access denied),
+// -9 (the thread was asked to stop; nothing is written).
 int WriteWholeFile(const std::string& path, const void* data, std::size_t size, bool silent);
 
 } // namespace meshcore::codec

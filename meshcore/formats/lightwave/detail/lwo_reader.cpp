@@ -196,7 +196,13 @@ template <class Handler> void Loader::ForEachChunk(std::size_t formEnd, Handler 
   codec::Chunk chunk;
   for (;;) {
     status_.chunkId = 0;
-    const bool more = walker.Next(chunk);
+    bool more = false;
+    try {
+      more = walker.Next(chunk);
+    } catch (const CFormatError&) {
+      status_.chunkId = walker.GetCurrentId(); // a bad header names its chunk when it can
+      throw;
+    }
     if (walker.IsCancelled()) {
       status_.cancelled = true;
       status_.position = walker.GetCurrentOffset();
