@@ -18,6 +18,8 @@
 #include <memory>
 #include <thread>
 
+#include <unistd.h>
+
 using namespace meshcore;
 
 namespace {
@@ -74,7 +76,9 @@ class LightwaveCancel : public ::testing::Test {
 protected:
   static void SetUpTestSuite() {
     InitMeshcore();
-    dir_ = std::filesystem::temp_directory_path() / "mc_lw_cancel";
+    // Tests run as separate processes at the same time: one folder each.
+    dir_ = std::filesystem::temp_directory_path() /
+           ("mc_lw_cancel_" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir_);
     auto bytes = GridFile(kSide);
     std::ofstream out(dir_ / "grid.lwo", std::ios::binary);
