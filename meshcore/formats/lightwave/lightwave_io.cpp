@@ -1105,13 +1105,33 @@ void AddChannelEntries(st_lwVMap& map, const C3DFaceList& faces, const FaceList&
 
 } // namespace
 
+// One per-polygon map of the current layer from a channel parallel to the faces.
+template <class FaceList, class Value>
+void CLightwaveIo::AddChannelMap(st_lwObject& file, C3DBaseObject* object, std::uint32_t type,
+                                 std::uint32_t dimension, const std::string& name,
+                                 const FaceList& chFaces, int chPointCount, Value value) {
+  st_lwVMap& map = file.layers.back().vmaps.emplace_back();
+  map.type = type;
+  map.dimension = dimension;
+  map.name = name;
+  map.perPolygon = true;
+  const bool whole = m_plan->pieces[m_plan->current].whole;
+  const C3DFaceList& faces = *object->GetFaceList();
+  CCancelCheck cancel;
+  ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* cs, unsigned n, bool wholeFace,
+                                    std::uint32_t polygon) {
+    if (cancel.Tick())
+      throw CancelledSave{};
+    AddChannelEntries(map, faces, chFaces, chPointCount, &m_plan->local, whole, f, cs, n,
+                      wholeFace, polygon, value);
+  });
+}
+
 void CLightwaveIo::SaveUV6(st_lwObject& file, C3DBaseObject* object) {
   CDependentChannels* channels = object->GetChannels();
   C3DFaceList* faces = object->GetFaceList();
   if (!channels || !faces || object->GetKindOf() == OBJECT_CURVE)
     return;
-  st_lwLayer& layer = file.layers.back();
-  const bool whole = m_plan->pieces[m_plan->current].whole;
   bool globalSeen = false;
   for (int c = 0; c < channels->GetSize(); ++c) {
     CChannel* channel = channels->GetChannel(c);
@@ -1123,23 +1143,11 @@ void CLightwaveIo::SaveUV6(st_lwObject& file, C3DBaseObject* object) {
     if (!chFaces || !chPoints)
       continue;
     std::string name = "UV Texture " + std::to_string(m_vmapCounter++);
-    st_lwVMap& map = layer.vmaps.emplace_back();
-    map.type = lwid::TXUV;
-    map.dimension = 2;
-    map.name = name;
-    map.perPolygon = true;
-    const int chPointCount = chPoints->GetSize();
-    CCancelCheck cancel;
-    ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* cs, unsigned n, bool wholeFace,
-                                      std::uint32_t polygon) {
-      if (cancel.Tick())
-        throw CancelledSave{};
-      AddChannelEntries(map, *faces, *chFaces, chPointCount, &m_plan->local, whole, f, cs, n,
-                        wholeFace, polygon, [&](int t, std::vector<float>& out) {
-                          out.push_back((*chPoints)[t].u);
-                          out.push_back(-(*chPoints)[t].v); // Lightwave's v runs the other way
-                        });
-    });
+    AddChannelMap(file, object, lwid::TXUV, 2, name, *chFaces, chPoints->GetSize(),
+                  [&](int t, std::vector<float>& out) {
+                    out.push_back((*chPoints)[t].u);
+                    out.push_back(-(*chPoints)[t].v); // Lightwave's v runs the other way
+                  });
     m_channelMapName[channel->GetID()] = name;
     // The object's main texture channel places its materials' images.
     bool global = object->GetGlobalUVWChannel() == channel->GetID() ||
@@ -1156,8 +1164,6 @@ void CLightwaveIo::SaveVC6(st_lwObject& file, C3DBaseObject* object) {
   C3DFaceList* faces = object->GetFaceList();
   if (!channels || !faces || object->GetKindOf() == OBJECT_CURVE)
     return;
-  st_lwLayer& layer = file.layers.back();
-  const bool whole = m_plan->pieces[m_plan->current].whole;
   for (int c = 0; c < channels->GetSize(); ++c) {
     CChannel* channel = channels->GetChannel(c);
     if (!channel || channel->GetType() != CHANNEL_VC)
@@ -1168,26 +1174,12 @@ void CLightwaveIo::SaveVC6(st_lwObject& file, C3DBaseObject* object) {
     if (!chFaces || !chPoints)
       continue;
     std::string name = "VC Texture " + std::to_string(m_vmapCounter++);
-    st_lwVMap& map = layer.vmaps.emplace_back();
-    map.type = lwid::RGBA;
-    map.dimension = 4;
-    map.name = name;
-    map.perPolygon = true;
-    const int chPointCount = chPoints->GetSize();
-    CCancelCheck cancel;
-    ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* cs, unsigned n, bool wholeFace,
-                                      std::uint32_t polygon) {
-      if (cancel.Tick())
-        throw CancelledSave{};
-      AddChannelEntries(map, *faces, *chFaces, chPointCount, &m_plan->local, whole, f, cs, n,
-                        wholeFace, polygon, [&](int t, std::vector<float>& out) {
-                          const CRGBColor& colour = (*chPoints)[t].GetColor();
-                          out.push_back(codec::ColorUnit(colour.r));
-                          out.push_back(codec::ColorUnit(colour.g));
-                          out.push_back(codec::ColorUnit(colour.b));
-                          out.push_back(codec::ColorUnit(colour.a));
-                        });
-    });
+    AddChannelMap(file, object, lwid::RGBA, 4, name, *chFaces, chPoints->GetSize(),
+                  [&](int t, std::vector<float>& out) {
+                    const CRGBColor& colour = (*chPoints)[t].GetColor();
+                    for (std::uint8_t b : {colour.r, colour.g, colour.b, colour.a})
+                      out.push_back(codec::ColorUnit(b));
+                  });
     m_channelMapName[channel->GetID()] = name;
   }
 }

@@ -77,6 +77,10 @@ protected:
 private:
   struct WritePlan;
   template <class Fn> void ForEachWrittenPolygon(C3DBaseObject* object, Fn fn);
+  template <class FaceList, class Value>
+  void AddChannelMap(st_lwObject& file, C3DBaseObject* object, std::uint32_t type,
+                     std::uint32_t dimension, const std::string& name, const FaceList& chFaces,
+                     int chPointCount, Value value);
   C3DScene* BuildScene(unsigned flags);
   void ConvertLayer(const st_lwLayer& layer);
   void ConvertRun(const st_lwLayer& layer, std::size_t first, std::size_t end);
