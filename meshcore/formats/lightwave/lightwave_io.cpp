@@ -308,8 +308,9 @@ C3DScene* CLightwaveIo::Read(const std::string& name, unsigned flags) {
                                                                  : "cannot read the file");
     return nullptr;
   }
-  C3DScene* scene = ReadFromMemory(input.GetData(), input.GetSize(), flags);
-  return scene;
+  const bool loaded = LoadObject(input.GetData(), input.GetSize());
+  input.Close(); // the bytes are decoded: keep the peak down
+  return loaded ? BuildScene(flags) : nullptr;
 }
 
 int CLightwaveIo::GetLayerNbr() const {
@@ -317,6 +318,10 @@ int CLightwaveIo::GetLayerNbr() const {
 }
 
 C3DScene* CLightwaveIo::ReadFromMemory(const void* data, std::size_t size, unsigned flags) {
+  return LoadObject(data, size) ? BuildScene(flags) : nullptr;
+}
+
+bool CLightwaveIo::LoadObject(const void* data, std::size_t size) {
   LwLoadOptions options;
   options.polygonNormals = options.pointPolygons = options.vertexNormals = false;
   options.cancellable = true;
@@ -325,9 +330,9 @@ C3DScene* CLightwaveIo::ReadFromMemory(const void* data, std::size_t size, unsig
   if (!m_object) {
     SetIoError(IO_FILE_BAD_FORMAT, status.cancelled ? std::string("cancelled while reading")
                                                     : status.detail);
-    return nullptr;
+    return false;
   }
-  return BuildScene(flags);
+  return true;
 }
 
 C3DScene* CLightwaveIo::BuildScene(unsigned flags) {

@@ -81,6 +81,7 @@ private:
   void AddChannelMap(st_lwObject& file, C3DBaseObject* object, std::uint32_t type,
                      std::uint32_t dimension, const std::string& name, const FaceList& chFaces,
                      int chPointCount, Value value);
+  bool LoadObject(const void* data, std::size_t size);
   C3DScene* BuildScene(unsigned flags);
   void ConvertLayer(const st_lwLayer& layer);
   void ConvertRun(const st_lwLayer& layer, std::size_t first, std::size_t end);

@@ -31,7 +31,10 @@ struct LwLoadStatus {
 };
 
 // The object, or null when the bytes are not a valid Lightwave object (the
-// status tells where reading stopped).
+// status tells where reading stopped). Deliberately strict: chunk sizes, point,
+// polygon and tag indices are checked against the file and any mismatch fails
+// the load; the older generation's "CRVS" and "PCHS" chunks are read as curves
+// and patches besides the chunks every reader knows.
 std::unique_ptr<st_lwObject> LoadLightwaveObject(const void* data, std::size_t size,
                                                  const LwLoadOptions& options = {},
                                                  LwLoadStatus* status = nullptr);
