@@ -7,7 +7,7 @@
 #include "meshcore/platform/string_table.h"
 #include "meshcore/platform/thread_id.h"
 #include "meshcore/scene/scene.h"
-#include "tests/platform/test_env.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "meshcore/platform/host.h"
 #include "meshcore/platform/user_paths.h"
-#include "test_env.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 

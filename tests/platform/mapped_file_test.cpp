@@ -1,6 +1,6 @@
 #include "meshcore/platform/mapped_file.h"
 
-#include "test_env.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "meshcore/platform/archive.h"
 #include "meshcore/platform/byte_stream.h"
 #include "meshcore/platform/exceptions.h"
-#include "test_env.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "meshcore/platform/string_ids.h"
 #include "meshcore/platform/string_table.h"
-#include "test_env.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include "meshcore/platform/host.h"
 #include "meshcore/scene/global_settings.h"
 #include "meshcore/scene/scene_settings.h"
-#include "tests/platform/test_env.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 

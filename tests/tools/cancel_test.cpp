@@ -10,7 +10,7 @@
 #include "meshcore/platform/string_table.h"
 #include "meshcore/scene/group_3d.h"
 #include "meshcore/scene/scene.h"
-#include "tests/platform/test_env.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include "meshcore/scene/base_object.h"
 #include "meshcore/scene/object_creator.h"
 #include "meshcore/scene/scene.h"
-#include "tests/platform/test_env.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 
