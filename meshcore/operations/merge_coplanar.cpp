@@ -84,6 +84,11 @@ private:
                          : he + 1;
     return m_heFrom[static_cast<std::size_t>(next)];
   }
+  // The flags a merged face must agree on: all but the border mark, which
+  // is derived from the neighbours.
+  std::uint32_t FaceFlags(int f) const {
+    return m_faces[f].GetFlags() & ~static_cast<std::uint32_t>(FACE_BORDER);
+  }
   int Position(int he) const {
     return he - m_heStart[static_cast<std::size_t>(m_heFace[static_cast<std::size_t>(he)])];
   }
@@ -270,6 +275,7 @@ bool CMerger::GrowRegions(double cosLimit, CCancelCheck& cancel) {
     m_regionStart.push_back(static_cast<int>(first));
     const Normal& seedNormal = m_normals[static_cast<std::size_t>(seed)];
     const std::uint32_t material = m_faces[seed].GetMaterialID();
+    const std::uint32_t flags = FaceFlags(seed);
     m_region[static_cast<std::size_t>(seed)] = r;
     m_members.push_back(seed);
     // Breadth first: the members list is its own queue.
@@ -285,7 +291,8 @@ bool CMerger::GrowRegions(double cosLimit, CCancelCheck& cancel) {
           continue;
         const int g = m_heFace[static_cast<std::size_t>(t)];
         if (m_region[static_cast<std::size_t>(g)] != kNone ||
-            !m_eligible[static_cast<std::size_t>(g)] || m_faces[g].GetMaterialID() != material)
+            !m_eligible[static_cast<std::size_t>(g)] || m_faces[g].GetMaterialID() != material ||
+            FaceFlags(g) != flags)
           continue;
         const Normal& ng = m_normals[static_cast<std::size_t>(g)];
         if (ng.Dot(nf) < cosLimit || ng.Dot(seedNormal) < cosLimit || !SameChannelPoints(he, t))

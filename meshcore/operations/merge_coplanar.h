@@ -18,19 +18,19 @@ struct CMergeCoplanarStats {
 
 // Merges regions of faces into one polygon each. A region grows from its
 // first face (lowest index) across edges that exactly two faces use in
-// opposite directions; a neighbour joins when it has the same material, its
-// normal lies within angleDegrees of both the face it is reached from and the
-// region's first face (so a region bends at most that far from its first
-// face's plane), and the two faces use the same channel points along the edge
-// in every texture and colour channel (a seam is never merged away). Faces
-// flagged FACE_INVALID or FACE_EXCLUDED, with a repeated or out-of-range
-// corner, or without a normal take no part.
+// opposite directions. A neighbour joins when it has the same material and
+// face flags (the border mark aside), its normal lies within angleDegrees of
+// both the face it is reached from and the region's first face (so a region
+// bends at most that far from its first face's plane), and the two faces use
+// the same channel points along the edge in every texture and colour channel
+// (a seam is never merged away). Faces flagged FACE_INVALID or FACE_EXCLUDED,
+// with a repeated or out-of-range corner, or without a normal take no part.
 //
 // The polygon is the region's outline, walked along the faces' own winding
 // and starting from its first boundary edge met; corners on straight runs
 // are kept, since the neighbours outside still use them. A region whose
-// outline is not one simple loop (a hole, a vertex met twice, or an edge
-// between two of its faces that could not be merged) is left as it was. The
+// outline is not one simple loop (a hole, a vertex met twice, or a seam or
+// a third face on an edge between two of its faces) is left as it was. The
 // polygon takes the place of the region's first face, the other faces go
 // through the object's clean, which drops the points nothing uses any more
 // and keeps the channels parallel.

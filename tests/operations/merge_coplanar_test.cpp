@@ -236,6 +236,12 @@ TEST(MergeCoplanar, EdgesThatCannotBeMerged) {
   EXPECT_EQ(MergeCoplanarObject(*broken, 1.0f), 2);
   EXPECT_EQ(broken->GetFaceNbr(), 2);
   EXPECT_EQ(Indices((*broken->GetFaceList())[0]).size(), 4u);
+  // A selected face does not merge with an unselected one.
+  auto selected = MakeMesh(square, {{0, 1, 2}, {0, 2, 3}});
+  (*selected->GetFaceList())[1].SetFlag(FACE_SELECTED, 1);
+  EXPECT_EQ(MergeCoplanarObject(*selected, 1.0f), 0);
+  (*selected->GetFaceList())[0].SetFlag(FACE_SELECTED | FACE_BORDER, 1);
+  EXPECT_EQ(MergeCoplanarObject(*selected, 1.0f), 1);
   // No angle, or no faces to speak of.
   auto pair = MakeMesh(square, {{0, 1, 2}, {0, 2, 3}});
   EXPECT_EQ(MergeCoplanarObject(*pair, -1.0f), 0);
