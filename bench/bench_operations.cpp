@@ -6,6 +6,7 @@
 
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/point_list_3d.h"
+#include "meshcore/operations/merge_coplanar.h"
 #include "meshcore/operations/subdivide.h"
 #include "meshcore/operations/triangulate.h"
 #include "meshcore/operations/weld.h"
@@ -223,5 +224,74 @@ void BM_TriangulateGrid(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_TriangulateGrid)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
+
+// A flat n x n grid of shared points, each cell cut into two triangles; the
+// left and right halves have materials of their own, so the merge makes two
+// polygons whose outlines keep every corner along the seam.
+std::unique_ptr<C3DObject> FlatTriangleGrid(int n) {
+  auto obj = std::make_unique<C3DObject>(new C3DPointList, new C3DFaceList);
+  C3DPointList& pts = *obj->GetPointList();
+  C3DFaceList& faces = *obj->GetFaceList();
+  pts.SetSize((n + 1) * (n + 1));
+  for (int j = 0; j <= n; ++j)
+    for (int i = 0; i <= n; ++i) {
+      C3DPoint& p = pts[j * (n + 1) + i];
+      p.x = static_cast<float>(i);
+      p.y = static_cast<float>(j);
+    }
+  faces.SetSize(2 * n * n);
+  int f = 0;
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i) {
+      const int a = j * (n + 1) + i, b = a + 1, c = a + n + 2, d = a + n + 1;
+      const unsigned material = i < n / 2 ? 1u : 2u;
+      faces[f].SetMaterialID(material);
+      faces[f++].SetTriangle(a, b, c);
+      faces[f].SetMaterialID(material);
+      faces[f++].SetTriangle(a, c, d);
+    }
+  return obj;
+}
+
+double TimedMerge(int n, int& faces) {
+  auto obj = FlatTriangleGrid(n);
+  const double start = CpuNow();
+  MergeCoplanarObject(*obj, 1.0f);
+  const double t = CpuNow() - start;
+  faces = obj->GetFaceNbr();
+  return t;
+}
+
+// 2,000,000 triangles (1000 x 1000) down to two polygons, and 500 x 500.
+void BM_MergeCoplanarGrid(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  int faces = 0;
+  for (auto _ : state)
+    state.SetIterationTime(TimedMerge(n, faces));
+  state.counters["triangles"] = 2.0 * n * n;
+  state.counters["faces_after"] = faces;
+}
+BENCHMARK(BM_MergeCoplanarGrid)
+    ->Arg(500)
+    ->Arg(1000)
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+
+// Linearity in one run: 2 million triangles against half a million.
+void BM_MergeCoplanarLinearity(benchmark::State& state) {
+  double small = 1e30, large = 1e30;
+  int faces = 0;
+  for (auto _ : state) {
+    const double s = TimedMerge(500, faces), l = TimedMerge(1000, faces);
+    small = std::min(small, s);
+    large = std::min(large, l);
+    state.SetIterationTime(s + l);
+  }
+  state.counters["merge_500k_s"] = small;
+  state.counters["merge_2M_s"] = large;
+  state.counters["ratio"] = large / small;
+}
+BENCHMARK(BM_MergeCoplanarLinearity)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -64,6 +64,7 @@
 #include "meshcore/mesh/vc_point.h"
 #include "meshcore/mesh/vc_point_list.h"
 #include "meshcore/mesh/vector_list_3d.h"
+#include "meshcore/operations/merge_coplanar.h"
 #include "meshcore/operations/proximity.h"
 #include "meshcore/operations/scene_operations.h"
 #include "meshcore/operations/subdivide.h"

@@ -6,6 +6,7 @@
 #include "meshcore/io/file_info.h"
 #include "meshcore/io/file_registry.h"
 #include "meshcore/io/io_3d.h"
+#include "meshcore/operations/merge_coplanar.h"
 #include "meshcore/operations/scene_operations.h"
 #include "meshcore/operations/subdivide.h"
 #include "meshcore/platform/string_ids.h"
@@ -40,13 +41,16 @@ const char kUsage[] =
     "      --json        a JSON array with one object per file\n"
     "  convert IN OUT    read IN and save it in the format that OUT's extension names\n"
     "      --weld TOL    merge the points of each object that lie within TOL (0 or more)\n"
+    "      --merge-coplanar DEG\n"
+    "                    merge neighbouring faces of one material whose normals differ\n"
+    "                    by at most DEG degrees (0 to 180) into single polygons\n"
     "      --triangulate cut every face of more than three corners into triangles\n"
     "      --subdivide N subdivide every patch N times (0 to 8)\n"
     "      --subdivide-all N\n"
     "                    subdivide every mesh N times too, as if it were a patch\n"
-    "                    (weld, triangulate and subdivide run in this order, each\n"
-    "                    reporting what it changed on standard error; Lightwave\n"
-    "                    files keep patches as their control mesh)\n"
+    "                    (weld, merge-coplanar, triangulate and subdivide run in this\n"
+    "                    order, each reporting what it changed on standard error;\n"
+    "                    Lightwave files keep patches as their control mesh)\n"
     "  formats           the file types the library knows and what it reads and writes\n"
     "      --all         include the registry's image, audio and web types\n"
     "      --json        as JSON\n"
@@ -72,6 +76,8 @@ struct Options {
   // Geometry operations of convert.
   bool weld = false;
   float tolerance = 0.0f;
+  bool mergeCoplanar = false;
+  float mergeAngle = 0.0f; // degrees
   bool triangulate = false;
   int subdivideLevel = -1; // -1: not asked for
   bool subdivideAll = false;
@@ -243,8 +249,9 @@ std::uint64_t EstimateSubdividedFaces(C3DScene& scene, int level, bool everyMesh
   return total;
 }
 
-// The geometry operations asked for, always in the order weld, triangulate,
-// subdivide (each works best on what the one before left). Returns the exit status.
+// The geometry operations asked for, always in the order weld, merge-coplanar,
+// triangulate, subdivide (each works best on what the one before left).
+// Returns the exit status.
 int ApplyOperations(Output& output, const Options& options, const std::string& file,
                     C3DScene& scene) {
   if (options.weld) {
@@ -253,6 +260,15 @@ int ApplyOperations(Output& output, const Options& options, const std::string& f
       return FailCancelled(output, file);
     Report(output, "weld: " + Count(report.points, "point") + " and " +
                        Count(report.faces, "face") + " removed from " +
+                       Count(report.objects, "object"));
+  }
+  if (options.mergeCoplanar) {
+    CMergeCoplanarReport report;
+    if (RunCancellable(output, "merging coplanar faces",
+                       [&] { MergeCoplanarScene(scene, options.mergeAngle, report); }) ||
+        report.cancelled)
+      return FailCancelled(output, file);
+    Report(output, "merge-coplanar: " + Count(report.faces, "face") + " removed from " +
                        Count(report.objects, "object"));
   }
   if (options.triangulate) {
@@ -474,6 +490,19 @@ bool ParseArguments(int argc, char** argv, Options& options, std::string& error)
       options.weld = true;
       options.tolerance = tolerance;
       options.convertOption = options.convertOption.empty() ? "--weld" : options.convertOption;
+    } else if (isOption("--merge-coplanar")) {
+      std::string value;
+      if (!valueOf("--merge-coplanar", "an angle in degrees (0 to 180)", value))
+        return false;
+      float angle = 0.0f;
+      if (!ParseNumber(value, angle) || !(angle >= 0.0f && angle <= 180.0f)) {
+        error = "invalid angle '" + value + "' for --merge-coplanar (0 to 180 degrees)";
+        return false;
+      }
+      options.mergeCoplanar = true;
+      options.mergeAngle = angle;
+      options.convertOption =
+          options.convertOption.empty() ? "--merge-coplanar" : options.convertOption;
     } else if (arg == "--triangulate") {
       options.triangulate = true;
       options.convertOption =

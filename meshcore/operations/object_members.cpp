@@ -2,6 +2,7 @@
 // the geometry operations. Their code lives here, with the operations.
 
 #include "meshcore/mesh/point_list_3d.h"
+#include "meshcore/operations/merge_coplanar.h"
 #include "meshcore/operations/proximity.h"
 #include "meshcore/operations/subdivide.h"
 #include "meshcore/operations/triangulate.h"
@@ -38,6 +39,9 @@ int C3DBaseObject::Weld3DPoints(float tolerance, int& removedPoints, int& remove
 }
 int C3DBaseObject::Triangulate(_FACE_PROPERTIES flag, int set) {
   return TriangulateObject(*this, flag, set);
+}
+int C3DBaseObject::MergeCoplanarFaces(float angleDegrees, C3DScene*) {
+  return MergeCoplanarObject(*this, angleDegrees);
 }
 
 namespace {

@@ -25,6 +25,7 @@ class C3DCurve;
 class C3DPatch;
 class C3DGroup;
 class C3DObjectCreator;
+class C3DScene;
 enum _FACE_PROPERTIES : std::uint32_t;
 
 // Object kinds, one bit each so that sets of kinds test with a mask.
@@ -149,6 +150,11 @@ public:
   // is selected when "all bits of flag set" equals (set != 0), so (FACE_NONE, 1)
   // selects every face. Returns the number of faces cut.
   int Triangulate(_FACE_PROPERTIES flag, int set);
+  // Merges regions of adjacent faces of one material whose normals lie within
+  // angleDegrees (degrees, as users give it) into single polygons, channels
+  // alike (see the merging operation). The scene is not needed and may be
+  // null. Returns the number of faces removed.
+  int MergeCoplanarFaces(float angleDegrees, C3DScene* scene);
 
   // Copies into dst (made by the creator when null). Meshes and patches copy
   // only into meshes and patches, curves into curves, groups into groups; 0 on

@@ -376,3 +376,70 @@ TEST_F(Tool, ConvertOperationArgumentsAreChecked) {
   EXPECT_NE(huge.err.find("choose a lower level"), std::string::npos) << huge.err;
   EXPECT_FALSE(fs::exists(File("huge.lwo")));
 }
+
+TEST_F(Tool, ConvertMergesCoplanarFacesAfterWeldingAndBeforeTriangulating) {
+  const std::string help = RunTool({"--help"}).out;
+  EXPECT_NE(help.find("--merge-coplanar DEG"), std::string::npos);
+  for (const auto& [options, message] :
+       std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"--merge-coplanar", "181"}, "invalid angle '181' for --merge-coplanar (0 to 180"},
+           {{"--merge-coplanar=-1"}, "invalid angle '-1'"},
+           {{"--merge-coplanar", "nan"}, "invalid angle 'nan'"},
+           {{"--merge-coplanar"}, "--merge-coplanar needs an angle in degrees"}}) {
+    std::vector<std::string> args = {"convert", "a.lwo", "b.lwo"};
+    args.insert(args.end(), options.begin(), options.end());
+    const ToolRun run = RunTool(args);
+    EXPECT_EQ(run.status, 2) << options[0];
+    EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+  }
+  const ToolRun elsewhere = RunTool({"info", "--merge-coplanar", "5", "a.lwo"});
+  EXPECT_EQ(elsewhere.status, 2);
+  EXPECT_NE(elsewhere.err.find("--merge-coplanar is an option of convert only"), std::string::npos);
+
+  if (!HasLightwave())
+    GTEST_SKIP() << "no Lightwave codec in this build";
+  // A unit cube of twelve triangles, each with corners of its own.
+  {
+    const std::vector<std::array<int, 4>> sides = {{0, 4, 6, 2}, {1, 3, 7, 5}, {0, 1, 5, 4},
+                                                   {2, 6, 7, 3}, {0, 2, 3, 1}, {4, 5, 7, 6}};
+    auto corner = [](int i) {
+      return std::array<float, 3>{float(i & 1), float((i >> 1) & 1), float((i >> 2) & 1)};
+    };
+    std::vector<Corners> triangles;
+    for (const auto& q : sides) {
+      triangles.push_back({corner(q[0]), corner(q[1]), corner(q[2])});
+      triangles.push_back({corner(q[0]), corner(q[2]), corner(q[3])});
+    }
+    meshcore::C3DScene scene;
+    meshcore::C3DObjectCreator creator;
+    AddLooseFaces(scene, creator.GetNewPolygonalObject(), triangles);
+    ASSERT_TRUE(SaveLightwave(scene, File("cube.lwo")));
+  }
+  // Loose corners share no edge: merging alone changes nothing.
+  ToolRun run = RunTool({"convert", "--merge-coplanar", "1", File("cube.lwo"), File("same.lwo")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "merge-coplanar: 0 faces removed from 0 objects\n");
+  EXPECT_EQ(ReadGeometry(File("same.lwo")).faces, 12);
+
+  run = RunTool(
+      {"convert", "--merge-coplanar=1", "--weld", "0.001", File("cube.lwo"), File("quads.lwo")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "weld: 28 points and 0 faces removed from 1 object\n"
+                     "merge-coplanar: 6 faces removed from 1 object\n");
+  const Geometry quads = ReadGeometry(File("quads.lwo"));
+  EXPECT_EQ(quads.faces, 6);
+  EXPECT_EQ(quads.points, 8);
+  EXPECT_FALSE(quads.triangles);
+
+  // Triangulating comes after: the quads are cut again.
+  run = RunTool({"convert", "--triangulate", "--merge-coplanar", "1", "--weld", "0.001",
+                 File("cube.lwo"), File("again.lwo")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.err.find("merge-coplanar: 6 faces removed from 1 object\n"
+                         "triangulate: 6 faces cut into 12 triangles in 1 object\n"),
+            std::string::npos)
+      << run.err;
+  const Geometry again = ReadGeometry(File("again.lwo"));
+  EXPECT_EQ(again.faces, 12);
+  EXPECT_TRUE(again.triangles);
+}
