@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Regenerates meshcore/meshcore.h so that it includes every public header
-# (tracked by git, so that work in progress is left out).
+# (tracked by git, so that work in progress is left out). Headers in detail/
+# folders are internal: neither included here nor installed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 {

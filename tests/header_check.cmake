@@ -1,10 +1,12 @@
-# Fails when a public header is not included by meshcore/meshcore.h.
+# Fails when a public header is not included by meshcore/meshcore.h, when the
+# umbrella or a public header includes an internal one (in a detail/ folder,
+# which is not installed), or when the umbrella names a header that is gone.
 file(GLOB_RECURSE headers RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/meshcore/*/*.h)
-# Codec internals (detail/) are neither public nor installed.
-list(FILTER headers EXCLUDE REGEX "/detail/")
+set(public ${headers})
+list(FILTER public EXCLUDE REGEX "(^|/)detail/")
 file(READ ${SOURCE_DIR}/meshcore/meshcore.h umbrella)
 set(missing "")
-foreach(h IN LISTS headers)
+foreach(h IN LISTS public)
   string(FIND "${umbrella}" "#include \"${h}\"" pos)
   if(pos EQUAL -1)
     list(APPEND missing ${h})
@@ -12,4 +14,29 @@ foreach(h IN LISTS headers)
 endforeach()
 if(missing)
   message(FATAL_ERROR "not in meshcore/meshcore.h (run scripts/umbrella.sh): ${missing}")
+endif()
+
+set(leaks "")
+foreach(h IN LISTS public ITEMS meshcore/meshcore.h)
+  file(STRINGS ${SOURCE_DIR}/${h} includes REGEX "^[ \t]*#[ \t]*include[ \t]*[<\"]([^>\"]*/)?detail/")
+  if(includes)
+    list(APPEND leaks ${h})
+  endif()
+endforeach()
+if(leaks)
+  message(FATAL_ERROR "public headers that include internal detail/ headers, which are not "
+                      "installed: ${leaks}")
+endif()
+
+string(REGEX MATCHALL "#include \"meshcore/[^\"]+\"" named "${umbrella}")
+set(stale "")
+foreach(line IN LISTS named)
+  string(REGEX REPLACE "#include \"([^\"]+)\"" "\\1" h "${line}")
+  if(NOT EXISTS ${SOURCE_DIR}/${h})
+    list(APPEND stale ${h})
+  endif()
+endforeach()
+if(stale)
+  message(FATAL_ERROR "meshcore/meshcore.h names headers that do not exist "
+                      "(run scripts/umbrella.sh): ${stale}")
 endif()

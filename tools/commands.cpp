@@ -52,7 +52,8 @@ const char kUsage[] =
     "                    order, each reporting what it changed on standard error;\n"
     "                    Lightwave files keep patches as their control mesh)\n"
     "  formats           the file types the library knows and what it reads and writes\n"
-    "      --all         include the registry's image, audio and web types\n"
+    "      --all         include the registry's image, audio and web types, and\n"
+    "                    what the registry declares beside what the codecs do\n"
     "      --json        as JSON\n"
     "  demo [DIR]        build a sample scene, save it as a Lightwave object (in DIR,\n"
     "                    kept, or in a temporary folder), read it back and describe it\n"
@@ -88,15 +89,18 @@ struct Options {
 // before the result could be saved.
 constexpr std::uint64_t kMaxSubdividedFaces = std::uint64_t{1} << 24;
 
-// Reports one failure on standard error; returns status.
-int Fail(Output& output, const std::string& file, const std::string& text, int status) {
+// Reports one failure on standard error; returns status. A detail (where and
+// why a codec gave up) follows the text in parentheses.
+int Fail(Output& output, const std::string& file, const std::string& text, int status,
+         const std::string& detail = {}) {
   std::lock_guard lock(ErrorStreamMutex());
   ClearProgressLine(output);
   output.lastError = text;
-  if (file.empty())
-    std::fprintf(output.err, "meshcore: %s\n", text.c_str());
-  else
-    std::fprintf(output.err, "meshcore: %s: %s\n", file.c_str(), text.c_str());
+  output.lastDetail = detail;
+  std::string line = file.empty() ? text : file + ": " + text;
+  if (!detail.empty())
+    line += " (" + detail + ")";
+  std::fprintf(output.err, "meshcore: %s\n", line.c_str());
   return status;
 }
 
@@ -117,7 +121,7 @@ int FailIo(Output& output, CToolHost& host, const std::string& file, const CFile
     return Fail(output, {}, shown, ExitStatusForIoError(io.GetIoError()));
   if (text.empty())
     return FailCannotOpen(output, file);
-  return Fail(output, file, text, ExitStatusForIoError(io.GetIoError()));
+  return Fail(output, file, text, ExitStatusForIoError(io.GetIoError()), io.GetIoErrorDetail());
 }
 
 unsigned IoFlags(const Options& options, bool loading) {
@@ -130,13 +134,11 @@ bool IsReadableFile(const std::string& name) {
 }
 
 bool CanWrite(unsigned classCode) {
-  return classCode != 0 && fileHasCodec(classCode) &&
-         (fileGetProperties(classCode) & FILE_CAN_WRITE) != 0;
+  return GetFormatSupport(classCode).write;
 }
 
 bool CanRead(unsigned classCode) {
-  return classCode != 0 && fileHasCodec(classCode) &&
-         (fileGetProperties(classCode) & FILE_CAN_READ) != 0;
+  return GetFormatSupport(classCode).read;
 }
 
 // Reads file on a worker thread. Null with status set on failure.
@@ -150,7 +152,7 @@ std::unique_ptr<C3DScene> ReadScene(Output& output, CToolHost& host, const Optio
   C3DIo io(file, IoFlags(options, true));
   std::unique_ptr<C3DScene> scene;
   const bool interrupted = RunCancellable(output, "reading " + CFileInfo(file).GetFileName(),
-                                          [&] { scene.reset(io.Read()); });
+                                          [&] { scene = io.ReadScene(); });
   if (interrupted || io.GetIoError() == IO_FILE_CANCELLED) {
     status = FailCancelled(output, file);
     return nullptr;
@@ -166,7 +168,7 @@ int SaveScene(Output& output, CToolHost& host, const Options& options, const std
   C3DIo io(file, IoFlags(options, false));
   int result = 0;
   const bool interrupted = RunCancellable(output, "writing " + CFileInfo(file).GetFileName(),
-                                          [&] { result = io.Save(0, &scene); });
+                                          [&] { result = io.SaveScene(scene); });
   if (io.GetIoError() == IO_FILE_CANCELLED || (interrupted && result != 1))
     return FailCancelled(output, file);
   if (result != 1) {
@@ -194,6 +196,7 @@ int RunInfo(Output& output, CToolHost& host, const Options& options) {
       if (options.json)
         json.push_back("{\"file\": " + JsonString(file) +
                        ", \"error\": " + JsonString(output.lastError) +
+                       ", \"detail\": " + JsonString(output.lastDetail) +
                        ", \"status\": " + std::to_string(fileStatus) + "}");
       continue;
     }
@@ -338,6 +341,7 @@ int RunFormats(Output& output, const Options& options) {
   for (unsigned i = 0; i < count; ++i)
     if (options.all || types[i].GetKindOf() == FILE_KIND_SCENE)
       shown.push_back(&types[i]);
+  auto yesNo = [](bool on, const char* yes, const char* no) { return on ? yes : no; };
 
   auto extensions = [](const CFileExt& type) {
     std::string list;
@@ -352,23 +356,51 @@ int RunFormats(Output& output, const Options& options) {
       std::string exts;
       for (const std::string& ext : fileSplitExtensionList(t.GetExtension()))
         exts += (exts.empty() ? "" : ", ") + JsonString(ext);
+      const FormatSupport support = GetFormatSupport(t.GetClass());
+      // The registry's word is shown apart, and only on request: read and
+      // write say what this build can do.
+      const std::string registry =
+          options.all ? std::string(", \"registry\": {\"read\": ") +
+                            yesNo(support.registryRead, "true", "false") +
+                            ", \"write\": " + yesNo(support.registryWrite, "true", "false") + "}"
+                      : std::string();
       std::fprintf(output.out,
                    "%s\n  {\"class\": %s, \"description\": %s, \"extensions\": [%s], "
-                   "\"read\": %s, \"write\": %s}",
+                   "\"read\": %s, \"write\": %s%s}",
                    i ? "," : "", JsonString(fileClassCodeToString(t.GetClass())).c_str(),
                    JsonString(t.GetDescription()).c_str(), exts.c_str(),
-                   CanRead(t.GetClass()) ? "true" : "false",
-                   CanWrite(t.GetClass()) ? "true" : "false");
+                   yesNo(support.read, "true", "false"), yesNo(support.write, "true", "false"),
+                   registry.c_str());
     }
     std::fputs(shown.empty() ? "]\n" : "\n]\n", output.out);
   } else {
-    std::fprintf(output.out, "%-6s %-5s %-5s %-28s %s\n", "CLASS", "READ", "WRITE", "EXTENSIONS",
-                 "DESCRIPTION");
-    for (const CFileExt* t : shown)
-      std::fprintf(output.out, "%-6s %-5s %-5s %-28s %s\n",
-                   fileClassCodeToString(t->GetClass()).c_str(),
-                   CanRead(t->GetClass()) ? "yes" : "-", CanWrite(t->GetClass()) ? "yes" : "-",
-                   extensions(*t).c_str(), t->GetDescription().c_str());
+    // With --all a REGISTRY column tells what the type's entry declares (r, w),
+    // which the host application may handle even where no codec here does.
+    if (options.all)
+      std::fprintf(output.out, "%-6s %-5s %-5s %-8s %-28s %s\n", "CLASS", "READ", "WRITE",
+                   "REGISTRY", "EXTENSIONS", "DESCRIPTION");
+    else
+      std::fprintf(output.out, "%-6s %-5s %-5s %-28s %s\n", "CLASS", "READ", "WRITE", "EXTENSIONS",
+                   "DESCRIPTION");
+    for (const CFileExt* t : shown) {
+      const FormatSupport support = GetFormatSupport(t->GetClass());
+      const std::string cls = fileClassCodeToString(t->GetClass());
+      if (options.all) {
+        const std::string registry = std::string(yesNo(support.registryRead, "r", "-")) +
+                                     yesNo(support.registryWrite, "w", "-");
+        std::fprintf(output.out, "%-6s %-5s %-5s %-8s %-28s %s\n", cls.c_str(),
+                     yesNo(support.read, "yes", "-"), yesNo(support.write, "yes", "-"),
+                     registry.c_str(), extensions(*t).c_str(), t->GetDescription().c_str());
+      } else {
+        std::fprintf(output.out, "%-6s %-5s %-5s %-28s %s\n", cls.c_str(),
+                     yesNo(support.read, "yes", "-"), yesNo(support.write, "yes", "-"),
+                     extensions(*t).c_str(), t->GetDescription().c_str());
+      }
+    }
+    if (options.all)
+      std::fputs("\nREAD and WRITE: what this build's codecs do. REGISTRY: what the type's\n"
+                 "entry declares (r read, w write), for the host application to handle.\n",
+                 output.out);
   }
   fileFreeRegisteredFiles(types);
   return kExitOk;
@@ -537,6 +569,22 @@ bool ParseArguments(int argc, char** argv, Options& options, std::string& error)
 }
 
 } // namespace
+
+FormatSupport GetFormatSupport(unsigned classCode) {
+  FormatSupport support;
+  support.classCode = classCode;
+  if (classCode == 0)
+    return support;
+  const unsigned properties = fileGetProperties(classCode);
+  support.registryRead = (properties & (FILE_CAN_READ | FILE_CAN_READ_ALT)) != 0;
+  support.registryWrite = (properties & (FILE_CAN_WRITE | FILE_CAN_WRITE_ALT)) != 0;
+  // The registry describes types the host may handle itself; only a codec
+  // registered here makes the library read or write them.
+  const bool codec = fileHasCodec(classCode);
+  support.read = codec && support.registryRead;
+  support.write = codec && support.registryWrite;
+  return support;
+}
 
 int RunTool(int argc, char** argv, Output& output) {
   Options options;

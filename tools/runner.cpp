@@ -120,6 +120,7 @@ bool RunCancellable(Output& output, const std::string& label, const std::functio
     } catch (...) {
       failure = std::current_exception();
     }
+    ClearProgress(); // thread ids are reused: no fraction may outlive the work
     std::lock_guard lock(mutex);
     done = true;
     doneSignal.notify_all();
@@ -143,9 +144,15 @@ bool RunCancellable(Output& output, const std::string& label, const std::functio
       // Quick operations finish without any line drawn.
       if (output.progress && !output.silent && elapsed >= 0.3) {
         static const char kFrames[] = "|/-\\";
+        // The share done, when the work reports one.
+        const std::uint32_t id = workerId.load();
+        const double fraction = id ? GetProgress(static_cast<int>(id)) : -1.0;
+        char share[16] = "";
+        if (fraction >= 0.0)
+          std::snprintf(share, sizeof share, "  %3d%%", static_cast<int>(fraction * 100.0));
         std::lock_guard errLock(ErrorStreamMutex());
-        std::fprintf(output.err, "\r%c %s  %.1fs\033[K", kFrames[frame++ % 4], label.c_str(),
-                     elapsed);
+        std::fprintf(output.err, "\r%c %s%s  %.1fs\033[K", kFrames[frame++ % 4], label.c_str(),
+                     share, elapsed);
         std::fflush(output.err);
         g_progressShown = true;
       }

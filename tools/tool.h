@@ -39,8 +39,10 @@ struct Output {
   // Progress is drawn only on a terminal and never in silent mode.
   bool progress = false;
   bool silent = false;
-  // The text of the last failure reported.
+  // The text of the last failure reported, and the codec's detail of it
+  // (empty when it gave none).
   std::string lastError;
+  std::string lastDetail;
 };
 
 // The tool's host: library messages go to standard error (one line each,
@@ -96,6 +98,15 @@ std::string JsonString(const std::string& text);
 // The demonstration scene: a few meshes in a group, texture and colour
 // channels, and materials. The caller owns it.
 C3DScene* BuildDemoScene();
+
+// What `formats` tells of a registered type: read and write are what a codec
+// of this build does; the registry's own declaration is kept apart.
+struct FormatSupport {
+  unsigned classCode = 0;
+  bool read = false, write = false;
+  bool registryRead = false, registryWrite = false;
+};
+FormatSupport GetFormatSupport(unsigned classCode);
 
 // The whole command line; returns the exit status.
 int RunTool(int argc, char** argv, Output& output);

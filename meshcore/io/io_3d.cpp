@@ -1,6 +1,5 @@
 #include "meshcore/io/io_3d.h"
 
-#include "meshcore/io/cancel.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/platform/string_ids.h"
 #include "meshcore/platform/string_table.h"
@@ -129,13 +128,8 @@ int C3DIo::Save(int showDialog, C3DScene* scene, unsigned flags) {
     guard.Rollback();
     return 0;
   }
-  if (result > 0 && ShouldCancel()) {
-    // Cancelled too late for the codec to notice: the caller asked for no file.
-    m_errorText.clear();
-    m_errorDetail.clear();
-    m_ioError = IO_FILE_CANCELLED;
-    result = 0;
-  }
+  // The codec's answer stands: a cancel request that came after it finished
+  // writing leaves a complete file, which the caller is told about.
   if (result <= 0) {
     guard.Rollback();
     return result;
@@ -143,6 +137,14 @@ int C3DIo::Save(int showDialog, C3DScene* scene, unsigned flags) {
   if (scene)
     scene->SetFilename(GetCompleteName());
   return result;
+}
+
+std::unique_ptr<C3DScene> C3DIo::ReadScene(int showDialog, unsigned flags) {
+  return std::unique_ptr<C3DScene>(Read(showDialog, flags));
+}
+
+int C3DIo::SaveScene(C3DScene& scene, int showDialog, unsigned flags) {
+  return Save(showDialog, &scene, flags);
 }
 
 std::string C3DIo::GetParametersInfo(const CCustomData&, unsigned, int) {

@@ -5,6 +5,8 @@
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/parser_3d.h"
 
+#include <memory>
+
 namespace meshcore {
 
 class C3DScene;
@@ -21,6 +23,12 @@ public:
   // The caller owns the scene; null on failure (see GetIoError).
   virtual C3DScene* Read(int showDialog = 0, unsigned flags = 0);
   virtual int Save(int showDialog, C3DScene* scene, unsigned flags = 0);
+
+  // Read and Save with the ownership spelt out: the scene read is the
+  // caller's from the start, and a save borrows the scene for its duration.
+  // Same results and errors as Read and Save.
+  std::unique_ptr<C3DScene> ReadScene(int showDialog = 0, unsigned flags = 0);
+  int SaveScene(C3DScene& scene, int showDialog = 0, unsigned flags = 0);
   C3DParser* GetParser() const { return static_cast<C3DParser*>(m_parser.get()); }
 
   static std::string GetParametersInfo(const CCustomData& data, unsigned classCode, int loading);

@@ -3,6 +3,7 @@
 #include "meshcore/containers/next_prime.h"
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/platform/archive.h"
+#include "meshcore/platform/cancel.h"
 #include "meshcore/platform/exceptions.h"
 
 #include <cmath>
@@ -189,8 +190,8 @@ void GetCellNeighbourhood(const CProximityMap& map, const IntCoord& c, std::vect
   Neighbourhood(map, c, -1, out);
 }
 
-void GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
-                           std::vector<int>& around) {
+bool GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
+                           std::vector<int>& around, CCancelCheck* cancel) {
   const int count = map.GetCount();
   start.assign(static_cast<std::size_t>(count) + 1, 0);
   around.clear();
@@ -203,7 +204,10 @@ void GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
       map.PrefetchNeighbourhood(map.GetCell(e + kAhead));
     Neighbourhood(map, map.GetCell(e), e, around);
     start[static_cast<std::size_t>(e) + 1] = static_cast<int>(around.size());
+    if (cancel && cancel->Tick())
+      return false;
   }
+  return true;
 }
 
 IntCoord ConvertToProximityCoordinate(const C3DPoint& p, float cellSize) {
@@ -214,7 +218,7 @@ IntCoord GetProximityCoordinate(const C3DPointList& points, int index) {
   return ConvertToProximityCoordinate(points[index], points.GetProximityCellSize());
 }
 
-CProximityMap* InitProximityMap(C3DPointList& points, float tolerance) {
+CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCheck* cancel) {
   const float size = CellSizeFor(tolerance);
   points.SetProximityCellSize(size);
   const int n = points.GetSize();
@@ -239,6 +243,10 @@ CProximityMap* InitProximityMap(C3DPointList& points, float tolerance) {
       map->PrefetchInsert(ahead[i % kAhead]);
     }
     map->AddPoint(cell);
+    if (cancel && cancel->Tick()) {
+      delete map;
+      return nullptr;
+    }
   }
   map->Finish();
   return map;

@@ -13,6 +13,7 @@
 namespace meshcore {
 
 class CArchive;
+class CCancelCheck;
 class C3DPointList;
 
 // A cell of the proximity grid.
@@ -89,12 +90,10 @@ public:
     for (int dx = -1; dx <= 1; dx += 2)
       for (int dy = -1; dy <= 1; dy += 2)
         for (int dz = -1; dz <= 1; dz += 2)
-          __builtin_prefetch(&m_occupied[BlockWord({static_cast<std::int32_t>(
-                                                        static_cast<std::uint32_t>(c.x) + dx),
-                                                    static_cast<std::int32_t>(
-                                                        static_cast<std::uint32_t>(c.y) + dy),
-                                                    static_cast<std::int32_t>(
-                                                        static_cast<std::uint32_t>(c.z) + dz)})]);
+          __builtin_prefetch(&m_occupied[BlockWord(
+              {static_cast<std::int32_t>(static_cast<std::uint32_t>(c.x) + dx),
+               static_cast<std::int32_t>(static_cast<std::uint32_t>(c.y) + dy),
+               static_cast<std::int32_t>(static_cast<std::uint32_t>(c.z) + dz)})]);
   }
   // Groups the points by cell; call once after the last AddPoint.
   void Finish();
@@ -186,8 +185,9 @@ private:
 // For every cell e of map, the numbers of the cells that hold points among
 // the 27 around it (itself included), in the order the neighbour search
 // visits them: around[start[e]] to around[start[e + 1] - 1].
-void GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
-                           std::vector<int>& around);
+// With cancel, stops and answers false once the thread is asked to stop.
+bool GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
+                           std::vector<int>& around, CCancelCheck* cancel = nullptr);
 // The same for any cell, appended to out.
 void GetCellNeighbourhood(const CProximityMap& map, const IntCoord& cell, std::vector<int>& out);
 
@@ -205,7 +205,9 @@ IntCoord GetProximityCoordinate(const C3DPointList& points, int index);
 // Stores half the tolerance (0.5e-7 for a zero tolerance) as the list's cell
 // size and drops every point into the grid. Null for an empty list; otherwise
 // the caller frees the map with DeleteProximityMap.
-CProximityMap* InitProximityMap(C3DPointList& points, float tolerance);
+// With cancel, null as well once the thread is asked to stop (nothing to free).
+CProximityMap* InitProximityMap(C3DPointList& points, float tolerance,
+                                CCancelCheck* cancel = nullptr);
 // For every point, the points of the 27 cells around its own (itself left
 // out). Never null; points without any candidate have no entry.
 CProximityResult* Get3DProximityPoints(const C3DPointList& points, const CProximityMap* map);

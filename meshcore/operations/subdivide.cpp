@@ -4,6 +4,8 @@
 #include "meshcore/mesh/dependent_channels.h"
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/point_list_3d.h"
+#include "meshcore/operations/detail/progress_scope.h"
+#include "meshcore/platform/cancel.h"
 #include "meshcore/scene/base_object.h"
 #include "meshcore/scene/object_3d.h"
 #include "meshcore/scene/object_creator.h"
@@ -11,6 +13,7 @@
 #include <algorithm>
 #include <climits>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace meshcore {
@@ -42,8 +45,9 @@ struct EdgeTable {
 
 // use[r] == 0 leaves face r out (its sides get edge -1). Indices are known to
 // lie in 0..pointCount-1 for the faces used.
-void BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K, int pointCount,
-                EdgeTable& t) {
+// False when the thread was asked to stop (the table is then incomplete).
+bool BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K, int pointCount,
+                EdgeTable& t, CCancelCheck& cancel) {
   const std::size_t faces = use.size();
   // Each edge is filed under its smaller end, whose few edges are then scanned:
   // cheaper than hashing, and linear.
@@ -65,6 +69,8 @@ void BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K
   for (auto* v : {&t.a, &t.b, &t.count, &t.f1, &t.f2, &t.o1, &t.o2})
     v->reserve(guess);
   for (std::size_t r = 0; r < faces; ++r) {
+    if (cancel.Tick())
+      return false;
     if (!use[r])
       continue;
     for (int k = 0; k < K; ++k) {
@@ -103,6 +109,7 @@ void BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K
       }
     }
   }
+  return true;
 }
 
 V3 Pos(const C3DPoint& p) {
@@ -127,7 +134,9 @@ void Average(const CPt* const* src, int n, CPt& dst) {
 
 // Subdivides one texture or colour channel of a pass: kept[r] is the mesh
 // (and channel) face that becomes new faces 4r..4r+3.
-void ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kept, int K) {
+// False when the thread was asked to stop (dst is then incomplete).
+bool ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kept, int K,
+                 CCancelCheck& cancel) {
   CFaceList& faces = *src.GetFaceList();
   CPointList& points = *src.GetPointList();
   CFaceList& newFaces = *dst.GetFaceList();
@@ -150,7 +159,8 @@ void ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kep
     use[r] = ok;
   }
   EdgeTable t;
-  BuildEdges(idx, use, K, nPoints, t);
+  if (!BuildEdges(idx, use, K, nPoints, t, cancel))
+    return false;
 
   newPoints.SetSize(nPoints + t.Size() + (K == 4 ? static_cast<int>(nKept) : 0));
   newFaces.SetSize(static_cast<int>(nKept * 4));
@@ -158,6 +168,8 @@ void ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kep
   std::vector<int> edgeNew(static_cast<std::size_t>(t.Size()), -1);
   int next = 0;
   for (std::size_t r = 0; r < nKept; ++r) {
+    if (cancel.Tick())
+      return false;
     const CFace& f = faces[kept[r]];
     for (int j = 0; j < 4; ++j)
       newFaces[static_cast<int>(r * 4 + j)].InheritFlags(f);
@@ -204,11 +216,13 @@ void ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kep
     }
   }
   newPoints.SetSize(next);
+  return true;
 }
 
 // One pass of Loop (K = 3) or Catmull-Clark (K = 4) on object's faces of K
-// corners; other faces are dropped.
-void Pass(C3DBaseObject& object, int K) {
+// corners; other faces are dropped. False, with the object's lists left in
+// place (only their border flags set), when the thread was asked to stop.
+bool Pass(C3DBaseObject& object, int K, CCancelCheck& cancel) {
   C3DPointList& points = *object.GetPointList();
   C3DFaceList& faces = *object.GetFaceList();
   const int nPoints = points.GetSize();
@@ -229,7 +243,8 @@ void Pass(C3DBaseObject& object, int K) {
     for (int k = 0; k < K; ++k)
       idx[r * K + k] = faces[kept[r]][k];
   EdgeTable t;
-  BuildEdges(idx, std::vector<char>(nKept, 1), K, nPoints, t);
+  if (!BuildEdges(idx, std::vector<char>(nKept, 1), K, nPoints, t, cancel))
+    return false;
   const int nEdges = t.Size();
 
   // Border marking, as the point and face lists do it from an edge graph.
@@ -312,8 +327,12 @@ void Pass(C3DBaseObject& object, int K) {
                     centre[static_cast<std::size_t>(t.f2[i])]);
   };
 
-  auto* newPoints = new C3DPointList;
-  auto* newFaces = new C3DFaceList;
+  if (cancel.Check())
+    return false;
+  std::unique_ptr<C3DPointList> newPointsOwner(new C3DPointList);
+  std::unique_ptr<C3DFaceList> newFacesOwner(new C3DFaceList);
+  C3DPointList* newPoints = newPointsOwner.get();
+  C3DFaceList* newFaces = newFacesOwner.get();
   newPoints->SetSize(nPoints + nEdges + (K == 4 ? static_cast<int>(nKept) : 0));
   newFaces->SetSize(static_cast<int>(nKept * 4));
   std::vector<int> oldToNew(static_cast<std::size_t>(nPoints), -1);
@@ -326,6 +345,8 @@ void Pass(C3DBaseObject& object, int K) {
     d.z = p.z;
   };
   for (std::size_t r = 0; r < nKept; ++r) {
+    if (cancel.Tick())
+      return false;
     const C3DFace& old = faces[kept[r]];
     int c[4] = {0, 0, 0, 0}, e[4] = {0, 0, 0, 0};
     for (int k = 0; k < K; ++k) {
@@ -370,7 +391,8 @@ void Pass(C3DBaseObject& object, int K) {
   }
   newPoints->SetSize(next);
 
-  auto* newChannels = new CDependentChannels;
+  std::unique_ptr<CDependentChannels> newChannelsOwner(new CDependentChannels);
+  CDependentChannels* newChannels = newChannelsOwner.get();
   if (CDependentChannels* channels = object.GetChannels())
     for (int i = 0; i < channels->GetSize(); ++i) {
       const CChannel* ch = channels->GetChannel(i);
@@ -381,30 +403,36 @@ void Pass(C3DBaseObject& object, int K) {
       std::unique_ptr<CChannel> copy(ch->InitFrom(CHANNEL_COPY_KEEP_ID));
       if (!copy || !copy->GetFaceList() || !copy->GetPointList())
         continue;
-      ChannelPass(*ch, *copy, kept, K);
+      if (!ChannelPass(*ch, *copy, kept, K, cancel))
+        return false;
       newChannels->AddChannel(copy.release());
     }
 
   delete object.GetPointList();
   delete object.GetFaceList();
   delete object.GetChannels();
-  object.SetPointList(newPoints);
-  object.SetFaceList(newFaces);
-  object.SetChannels(newChannels);
+  object.SetPointList(newPointsOwner.release());
+  object.SetFaceList(newFacesOwner.release());
+  object.SetChannels(newChannelsOwner.release());
   object.InvalidateBoundingBoxes();
+  return true;
 }
 
-void Passes(C3DBaseObject& object, int level, int K) {
+// False when the thread was asked to stop; the object then holds the result
+// of the passes completed before.
+bool Passes(C3DBaseObject& object, int level, int K, CCancelCheck& cancel) {
   if (!object.GetPointList() || !object.GetFaceList())
-    return;
+    return true;
   for (int i = 0; i < level; ++i) {
     // Lists count their elements in ints: stop before a pass would overflow them.
     const long long faces = object.GetFaceList()->GetSize();
     const long long points = object.GetPointList()->GetSize();
     if (faces * 4 > INT_MAX || points + faces * (K + 1) > INT_MAX)
-      return;
-    Pass(object, K);
+      return true;
+    if (!Pass(object, K, cancel))
+      return false;
   }
+  return true;
 }
 
 // Moves src's lists and channels into dst, whose own are deleted.
@@ -422,16 +450,38 @@ void TakeLists(C3DBaseObject& dst, C3DBaseObject& src) {
 }
 
 // The subdivided mesh of source's current lists, as a new object; null when
-// source has no face.
-std::unique_ptr<C3DObject> Subdivided(const C3DBaseObject& source, int level) {
-  std::unique_ptr<C3DObject> parts[3] = {
-      std::unique_ptr<C3DObject>(source.SubObject(3, SUBOBJECT_VERTEX_COUNT)),
-      std::unique_ptr<C3DObject>(source.SubObject(4, SUBOBJECT_VERTEX_COUNT)),
-      std::unique_ptr<C3DObject>(source.SubObject(4, SUBOBJECT_MORE_VERTICES))};
-  if (parts[0])
-    Subdivide3(*parts[0], level);
-  if (parts[1])
-    Subdivide4(*parts[1], level);
+// source has no face, or when the thread was asked to stop (cancelled is then
+// set). source is not changed either way.
+std::unique_ptr<C3DObject> Subdivided(const C3DBaseObject& source, int level, bool& cancelled) {
+  cancelled = false;
+  detail::CProgressScope progress;
+  CCancelCheck cancel;
+  // Each part is a copy of its faces: a cancel request is answered between copies.
+  const std::pair<int, _SUBOBJECT_MODE> ranks[3] = {
+      {3, SUBOBJECT_VERTEX_COUNT}, {4, SUBOBJECT_VERTEX_COUNT}, {4, SUBOBJECT_MORE_VERTICES}};
+  std::unique_ptr<C3DObject> parts[3];
+  for (int i = 0; i < 3; ++i) {
+    if (cancel.Check()) {
+      cancelled = true;
+      return nullptr;
+    }
+    parts[i].reset(source.SubObject(ranks[i].first, ranks[i].second));
+  }
+  // Each pass visits its faces about twice, and a pass has four times the
+  // faces of the one before.
+  std::uint64_t faces = 0;
+  for (int i = 0; i < 2; ++i)
+    if (parts[i] && parts[i]->GetFaceList())
+      faces += static_cast<std::uint64_t>(parts[i]->GetFaceList()->GetSize());
+  std::uint64_t total = 0;
+  for (int i = 0; i < level; ++i, faces *= 4)
+    total += 2 * faces;
+  cancel.SetTotal(total);
+  if ((parts[0] && !Passes(*parts[0], level, 3, cancel)) ||
+      (parts[1] && !Passes(*parts[1], level, 4, cancel)) || cancel.Check()) {
+    cancelled = true;
+    return nullptr;
+  }
   const int present = (parts[0] ? 1 : 0) + (parts[1] ? 1 : 0) + (parts[2] ? 1 : 0);
   if (present == 0)
     return nullptr;
@@ -452,17 +502,22 @@ std::unique_ptr<C3DObject> Subdivided(const C3DBaseObject& source, int level) {
 } // namespace
 
 void Subdivide3(C3DBaseObject& object, int level) {
-  Passes(object, level, 3);
+  CCancelCheck cancel;
+  Passes(object, level, 3, cancel);
 }
 void Subdivide4(C3DBaseObject& object, int level) {
-  Passes(object, level, 4);
+  CCancelCheck cancel;
+  Passes(object, level, 4, cancel);
 }
 
 int SubdivideObject(C3DBaseObject& object, int level) {
   if (level < 1 || !object.GetFaceList() || !object.GetPointList())
     return 0;
   level = std::min(level, kMaxPatchLevel);
-  std::unique_ptr<C3DObject> result = Subdivided(object, level);
+  bool cancelled = false;
+  std::unique_ptr<C3DObject> result = Subdivided(object, level, cancelled);
+  if (cancelled)
+    return kSubdivideCancelled;
   if (!result)
     return 0;
   TakeLists(object, *result);
@@ -502,32 +557,56 @@ void InitPatch(C3DBaseObject& patch, CPatchControl& control) {
 
 int SetPatchLevel(C3DBaseObject& patch, CPatchControl& control, int level) {
   level = std::clamp(level, 0, kMaxPatchLevel);
-  if (control.level == -1)
+  const bool takeOver = control.level == -1;
+  if (takeOver)
     InitPatch(patch, control);
   if (level == control.level)
     return 0;
-  if (control.level > 0) {
-    delete patch.GetPointList();
-    delete patch.GetFaceList();
-    delete patch.GetChannels();
-    patch.SetPointList(nullptr);
-    patch.SetFaceList(nullptr);
-    patch.SetChannels(nullptr);
-  }
+  // The current result is kept until the new one is complete, so that a
+  // cancelled rebuild can put the patch back as it was.
+  const int oldLevel = control.level;
+  C3DPointList* oldPoints = patch.GetPointList();
+  C3DFaceList* oldFaces = patch.GetFaceList();
+  CDependentChannels* oldChannels = patch.GetChannels();
+  patch.SetPointList(nullptr);
+  patch.SetFaceList(nullptr);
+  patch.SetChannels(nullptr);
   control.level = level;
-  SubdividePatch(patch, control, level);
+  if (!SubdividePatch(patch, control, level)) {
+    control.level = oldLevel;
+    if (takeOver) {
+      patch.SetPointList(control.sourcePoints);
+      patch.SetFaceList(control.sourceFaces);
+      patch.SetChannels(control.sourceChannels);
+      control = CPatchControl();
+    } else {
+      patch.SetPointList(oldPoints);
+      patch.SetFaceList(oldFaces);
+      patch.SetChannels(oldChannels);
+    }
+    patch.InvalidateBoundingBoxes();
+    return kSubdivideCancelled;
+  }
+  if (oldLevel > 0) {
+    delete oldPoints;
+    delete oldFaces;
+    delete oldChannels;
+  }
   return 1;
 }
 
-void SubdividePatch(C3DBaseObject& patch, CPatchControl& control, int level) {
+bool SubdividePatch(C3DBaseObject& patch, CPatchControl& control, int level) {
   patch.SetPointList(control.sourcePoints);
   patch.SetFaceList(control.sourceFaces);
   patch.SetChannels(control.sourceChannels);
   patch.InvalidateBoundingBoxes();
   if (level == 0)
-    return;
+    return true;
+  bool cancelled = false;
   std::unique_ptr<C3DObject> result =
-      control.sourceFaces && control.sourcePoints ? Subdivided(patch, level) : nullptr;
+      control.sourceFaces && control.sourcePoints ? Subdivided(patch, level, cancelled) : nullptr;
+  if (cancelled)
+    return false; // the base lists still show the control mesh
   // The result is always a list set of its own, even when empty.
   if (!result)
     result = std::make_unique<C3DObject>(new C3DPointList, new C3DFaceList);
@@ -535,6 +614,7 @@ void SubdividePatch(C3DBaseObject& patch, CPatchControl& control, int level) {
   patch.SetFaceList(nullptr);
   patch.SetChannels(nullptr);
   TakeLists(patch, *result);
+  return true;
 }
 
 void ReleasePatch(CPatchControl& control) {

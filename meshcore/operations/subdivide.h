@@ -26,6 +26,11 @@ void Subdivide4(C3DBaseObject& object, int level);
 // three parts are concatenated (triangles first). Returns 0 when there was
 // nothing to do. Each level multiplies the faces by four: ask EstimateLevel
 // first. Passes that would overflow the lists' int counts are not made.
+//
+// The calling thread's cancel request (SetCancel) stops the work within a few
+// milliseconds: the object is then left as it was and the result is
+// kSubdivideCancelled. Progress is reported (ReportProgress) pass by pass.
+inline constexpr int kSubdivideCancelled = -1;
 int SubdivideObject(C3DBaseObject& object, int level);
 
 // Number of faces that subdividing object level times would give: 0 without a
@@ -48,11 +53,14 @@ inline constexpr int kMaxPatchLevel = 8;
 // Moves the patch's lists into control (the base pointers become null).
 void InitPatch(C3DBaseObject& patch, CPatchControl& control);
 // Rebuilds the patch at level (clamped to 0..8); the first call takes the
-// control mesh over. An unchanged level does nothing. Returns 1 when rebuilt.
+// control mesh over. An unchanged level does nothing. Returns 1 when rebuilt,
+// kSubdivideCancelled (the patch as it was, level included) when the thread
+// was asked to stop.
 int SetPatchLevel(C3DBaseObject& patch, CPatchControl& control, int level);
 // Points the base lists at the control mesh and, for a level above 0,
-// replaces them by a new subdivided result.
-void SubdividePatch(C3DBaseObject& patch, CPatchControl& control, int level);
+// replaces them by a new subdivided result. False when the thread was asked
+// to stop: the base lists then show the control mesh.
+bool SubdividePatch(C3DBaseObject& patch, CPatchControl& control, int level);
 // Forgets the control mesh: deleted when a level above 0 had replaced it (at
 // level 0 the base lists are the control mesh and stay). Level becomes -1.
 void ReleasePatch(CPatchControl& control);

@@ -5,10 +5,13 @@
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/geom_info.h"
 #include "meshcore/mesh/point_list_2d.h"
+#include "meshcore/operations/detail/progress_scope.h"
+#include "meshcore/platform/cancel.h"
 #include "meshcore/scene/base_object.h"
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace meshcore {
@@ -150,8 +153,17 @@ int C3DFace::Triangulate(CGeomInfo* info, int faceIndex) {
   int count = 0;
   int head = 0;
   int size = n;
+  // Each step walks the ring, so a face of many corners counts as that many
+  // records: huge polygons answer a cancel request between steps.
+  CCancelCheck cancel;
   int current = BestCorner(ring, head);
   while (current >= 0 && size >= 3) {
+    if (cancel.Advance(static_cast<std::uint64_t>(size))) {
+      faces->SetSize(first);
+      for (CFaceList* fl : channels)
+        fl->SetSize(first);
+      return 0;
+    }
     if (!ring[static_cast<std::size_t>(current)].convex ||
         ring[static_cast<std::size_t>(current)].angle > 1.58f) {
       current = BestCorner(ring, current);
@@ -217,22 +229,49 @@ int TriangulateObject(C3DBaseObject& object, _FACE_PROPERTIES flag, int set,
     return 0;
 
   CGeomInfo info(&object);
-  // Lists grow by a bounded step: make room once instead of once per face.
+  detail::CProgressScope progress;
+  CCancelCheck cancel(static_cast<std::uint64_t>(f0));
+  std::vector<int> cut; // faces flagged as replaced, to undo on a cancel
+  // Lists grow by a bounded step: for the cut, let them grow once by all it
+  // adds instead of once per face. Only room is made (no records built), so
+  // a cancel request is not held up; the lists' own step comes back at the end.
   std::vector<CFaceList*> channels = ParallelChannelFaces(&info, f0);
-  const int reserve = static_cast<int>(std::min<long long>(f0 + extra, 0x7FFFFFFF));
-  faces->SetSize(reserve);
-  faces->SetSize(f0);
-  for (CFaceList* fl : channels) {
-    fl->SetSize(reserve);
-    fl->SetSize(f0);
-  }
+  const int step = static_cast<int>(std::min<long long>(extra, 0x7FFFFFFF - f0));
+  std::vector<std::pair<CElementArray*, int>> steps;
+  auto widen = [&](CElementArray& list) {
+    steps.emplace_back(&list, list.GetGrowBy());
+    list.SetSize(list.GetSize(), step);
+  };
+  auto restoreSteps = [&] {
+    for (auto& [list, growBy] : steps)
+      list->SetSize(list->GetSize(), growBy);
+  };
+  widen(*faces);
+  for (CFaceList* fl : channels)
+    widen(*fl);
 
+  // A cancel request takes the lists back to what they were: the triangles go,
+  // the faces they were to replace lose their mark.
+  auto undo = [&] {
+    faces->SetSize(f0);
+    for (CFaceList* fl : channels)
+      fl->SetSize(f0);
+    restoreSteps();
+    for (int f : cut)
+      (*faces)[f].SetFlag(FACE_INVALID, 0);
+    st = CTriangulateStats();
+    return kTriangulateCancelled;
+  };
   for (int f = 0; f < f0; ++f) {
+    if (cancel.Tick())
+      return undo();
     if (!selected((*faces)[f]))
       continue;
     const int n = (*faces)[f].GetSize();
     const int before = faces->GetSize();
     const int made = (*faces)[f].Triangulate(&info, f);
+    if (made != n - 2 && cancel.Check())
+      return undo();
     if (made != n - 2) {
       // Never lose area: replace the partial cut by a fan from corner 0.
       faces->SetSize(before);
@@ -252,9 +291,14 @@ int TriangulateObject(C3DBaseObject& object, _FACE_PROPERTIES flag, int set,
       ++st.fans;
     }
     (*faces)[f].SetFlag(FACE_INVALID, 1);
+    cut.push_back(f);
     ++st.faces;
     st.triangles += n - 2;
   }
+  // From here on the object changes: the rest runs to its end.
+  if (cancel.Check())
+    return undo();
+  restoreSteps();
   faces->SetFlag(FL_CHANGED, 1);
   object.Clean();
   return st.faces;

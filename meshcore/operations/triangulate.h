@@ -23,6 +23,13 @@ struct CTriangulateStats {
 // alone. A face that ear clipping cannot finish is cut as a fan from its first
 // corner, so each face of n corners always gives n - 2 triangles (before the
 // clean drops triangles with repeated corners). Returns the number of faces cut.
+//
+// The calling thread's cancel request (SetCancel) stops the cutting within a
+// few milliseconds; the object is then left as it was, the stats are zero and
+// the result is kTriangulateCancelled. Progress is reported (ReportProgress)
+// face by face. C3DFace::Triangulate answers a cancel request by removing the
+// triangles it appended and returning 0.
+inline constexpr int kTriangulateCancelled = -1;
 int TriangulateObject(C3DBaseObject& object, _FACE_PROPERTIES flag, int set,
                       CTriangulateStats* stats = nullptr);
 

@@ -4,7 +4,9 @@
 #include "meshcore/containers/next_prime.h"
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/point_list_3d.h"
+#include "meshcore/operations/detail/progress_scope.h"
 #include "meshcore/operations/proximity.h"
+#include "meshcore/platform/cancel.h"
 #include "meshcore/platform/exceptions.h"
 #include "meshcore/scene/base_object.h"
 
@@ -161,22 +163,34 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
   const int f0 = object.GetFaceNbr();
   const int n = points->GetSize();
 
-  std::unique_ptr<CProximityMap> map(InitProximityMap(*points, tolerance));
+  // Everything up to the rewriting of the faces works on data of its own, so
+  // a cancel request is answered at once and leaves the object as it was. The
+  // points are passed over about twice and the cells four times.
+  CCancelCheck cancel(static_cast<std::uint64_t>(n) * 3);
+  detail::CProgressScope progress;
+  std::unique_ptr<CProximityMap> map(InitProximityMap(*points, tolerance, &cancel));
+  if (!map)
+    return kWeldCancelled;
   const int cellCount = map->GetCount();
+  cancel.SetTotal(static_cast<std::uint64_t>(n) * 2 + static_cast<std::uint64_t>(cellCount) * 3);
   const std::vector<int>& cellOf = map->GetCellOfPoints();
   std::vector<int> start, around;
-  GetCellNeighbourhoods(*map, start, around);
+  if (!GetCellNeighbourhoods(*map, start, around, &cancel))
+    return kWeldCancelled;
 
   // Groups of touching cells.
   std::vector<int> parent(static_cast<std::size_t>(cellCount));
   std::iota(parent.begin(), parent.end(), 0);
-  for (int e = 0; e < cellCount; ++e)
+  for (int e = 0; e < cellCount; ++e) {
     for (int k = start[static_cast<std::size_t>(e)]; k < start[static_cast<std::size_t>(e) + 1];
          ++k) {
       const int a = Root(parent, e), b = Root(parent, around[static_cast<std::size_t>(k)]);
       if (a != b)
         parent[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
     }
+    if (cancel.Tick())
+      return kWeldCancelled;
+  }
   std::vector<int> groupSize(static_cast<std::size_t>(cellCount), 0);
   std::vector<int> groupCells(static_cast<std::size_t>(cellCount), 0);
   for (int e = 0; e < cellCount; ++e) {
@@ -188,10 +202,13 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
 
   // The proximity result's keys, in its own slot order.
   CSlotOrder keys(47); // a fresh map's slot count
-  for (int i = 0; i < n; ++i)
+  for (int i = 0; i < n; ++i) {
     if (groupSize[static_cast<std::size_t>(
             parent[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(i)])])] >= 2)
       keys.Insert(i);
+    if (cancel.Tick())
+      return kWeldCancelled;
+  }
 
   // The cells of each multi-cell group, for the general case below.
   std::vector<int> groupStart(static_cast<std::size_t>(cellCount) + 1, 0);
@@ -233,6 +250,8 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
       r = p;
   });
   for (int group = 0; group < cellCount; ++group) {
+    if (cancel.Tick())
+      return kWeldCancelled;
     const int p = representative[static_cast<std::size_t>(group)];
     if (p < 0)
       continue;
@@ -282,6 +301,8 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
       visited[static_cast<std::size_t>(*localOf.PLookup(p))] = 1;
       stack.push_back(p);
       while (!stack.empty()) {
+        if (cancel.Tick())
+          return kWeldCancelled;
         const int q = stack.back();
         stack.pop_back();
         const CHashTable<int>& around_q = *sets[static_cast<std::size_t>(*localOf.PLookup(q))];
@@ -310,6 +331,9 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
     }
   }
 
+  // From here on the object changes: the rest runs to its end.
+  if (cancel.Check())
+    return kWeldCancelled;
   if (RemapFaces(*faces, target, order)) {
     faces->DeleteEdgeToFaceGraph();
     object.Clean();

@@ -13,6 +13,12 @@ class C3DBaseObject;
 // that survives is the first of its cluster met in the proximity result's
 // iteration order; it keeps its coordinates. removedPoints and removedFaces
 // receive how many points and faces disappeared. Returns 0.
+//
+// The calling thread's cancel request (SetCancel) stops the work within a few
+// milliseconds, as long as nothing has been changed yet; the object is then
+// left as it was, both counters are 0 and the result is kWeldCancelled.
+// Progress is reported (ReportProgress) while the clusters are found.
+inline constexpr int kWeldCancelled = -1;
 int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int& removedFaces);
 
 } // namespace meshcore

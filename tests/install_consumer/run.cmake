@@ -7,6 +7,16 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefi
 if(rc)
   message(FATAL_ERROR "install failed")
 endif()
+# Internal headers (detail/ folders) stay in the source tree.
+file(GLOB_RECURSE installed LIST_DIRECTORIES true RELATIVE ${prefix} ${prefix}/*)
+list(FILTER installed INCLUDE REGEX "(^|/)detail(/|$)")
+if(installed)
+  message(FATAL_ERROR "internal headers installed: ${installed}")
+endif()
+file(GLOB_RECURSE public_headers ${prefix}/include/meshcore/*.h)
+if(NOT public_headers)
+  message(FATAL_ERROR "no headers installed")
+endif()
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build
                         -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX}
                         "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINK_FLAGS}"

@@ -82,6 +82,10 @@ public:
     file.CloseFile(); // committed: only the front end can still undo it
     if (NameHas(name, "throw"))
       throw std::runtime_error("broken");
+    if (NameHas(name, "cancel") && ShouldCancel()) {
+      SetIoError(IO_FILE_CANCELLED);
+      return 0;
+    }
     if (NameHas(name, "fail")) {
       SetIoError(IO_FILE_DISK_FULL);
       return 0;
@@ -348,14 +352,16 @@ TEST_F(Dispatch, FailedSaveLeavesThePreviousFile) {
   EXPECT_EQ(saveAs("fail_new.tstc").first, 0);
   EXPECT_FALSE(fs::exists(File("fail_new.tstc")));
 
-  // A codec that finishes after the thread was asked to stop does not keep its output.
+  // A codec that stops on the cancel request fails, and the old file stays; one
+  // that finished writing before it looked has saved, and says so.
   std::ofstream(File("late.tstc")) << "old";
   SetCancel(1, 0);
-  EXPECT_EQ(saveAs("late.tstc"), std::make_pair(0, int(IO_FILE_CANCELLED)));
+  const auto cancelled = saveAs("cancel_fail.tstc");
+  const auto late = saveAs("late.tstc");
   SetCancel(0, 0);
-  EXPECT_EQ(ReadAll(File("late.tstc")), "old");
-
-  EXPECT_EQ(saveAs("late.tstc"), std::make_pair(1, int(IO_FILE_OK)));
+  EXPECT_EQ(cancelled, std::make_pair(0, int(IO_FILE_CANCELLED)));
+  EXPECT_EQ(ReadAll(File("cancel_fail.tstc")), "old");
+  EXPECT_EQ(late, std::make_pair(1, int(IO_FILE_OK)));
   EXPECT_EQ(ReadAll(File("late.tstc")), "new");
   EXPECT_EQ(FileCount(m_dir), 4); // no backups or temporaries left behind
 }

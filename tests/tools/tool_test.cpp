@@ -238,6 +238,25 @@ TEST_F(Tool, ErrorsHaveTheirOwnStatus) {
   EXPECT_NE(french.err.find("Mauvais format de fichier"), std::string::npos) << french.err;
   EXPECT_TRUE(bad.out.empty());
 
+  // A damaged file: the library's text, then the codec's account of where it
+  // gave up when it has one.
+  {
+    std::ifstream in(Sample("hierarchy.lwo"), std::ios::binary);
+    std::string bytes(std::istreambuf_iterator<char>(in), {});
+    bytes.resize(bytes.size() * 3 / 5);
+    std::ofstream(File("damaged.lwo"), std::ios::binary) << bytes;
+  }
+  meshcore::InitMeshcore();
+  meshcore::C3DIo io(File("damaged.lwo"),
+                     meshcore::FILE_PARSER_LOADING | meshcore::FILE_PARSER_SILENT);
+  EXPECT_FALSE(io.ReadScene());
+  const std::string detail = io.GetIoErrorDetail();
+  ToolRun damaged = RunTool({"info", File("damaged.lwo")});
+  EXPECT_EQ(damaged.status, 5);
+  const std::string expected =
+      "damaged.lwo: Bad file format" + (detail.empty() ? "" : " (" + detail + ")") + "\n";
+  EXPECT_NE(damaged.err.find(expected), std::string::npos) << damaged.err;
+
   // Every file is tried; the first failure decides the status; JSON still lists each.
   ToolRun mixed = RunTool({"info", "--json", File("garbage.lwo"), Sample("boxuv.lwo")});
   EXPECT_EQ(mixed.status, 5);
