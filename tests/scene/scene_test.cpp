@@ -305,6 +305,14 @@ TEST_F(SceneTest, CleanGroupsAndExport) {
   EXPECT_EQ(scene.InitExport(SCENE_EXPORT_CLEAN_GROUPS, changed), &scene);
   EXPECT_EQ(Outline(scene), "obj pair .p2 .p1 ");
 
+  // Groups are judged in pre-order: G1 still has two children when it is seen.
+  C3DScene outer;
+  C3DSceneNode* outerG1 = AddGroup(outer, nullptr, "G1");
+  AddMesh(outer, outerG1, "A");
+  AddGroup(outer, outerG1, "G2");
+  outer.CleanGroups();
+  EXPECT_EQ(Outline(outer), "G1 .A ");
+
   C3DScene* exported = scene.Copy(0, nullptr, nullptr);
   ASSERT_NE(exported, nullptr);
   scene.ReleaseExport(exported, 1);
