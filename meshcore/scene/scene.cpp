@@ -398,7 +398,10 @@ void C3DScene::CheckoutImport(int flags) {
 }
 
 void C3DScene::OnNodeLoaded(CTreeNode* node) {
-  AsSceneNode(node)->SetScene(this);
+  C3DSceneNode* loaded = AsSceneNode(node);
+  loaded->SetScene(this);
+  // Every node wrote the object it shows, so a loaded clone owns what it read.
+  loaded->SetFlag(SCENE_NODE_CLONE, 0);
 }
 
 void C3DScene::ClearContent() {

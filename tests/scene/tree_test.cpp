@@ -194,6 +194,20 @@ TEST(TreeTest, SceneNodesOwnershipSearchAndMatrices) {
   EXPECT_NE(copy->GetBaseObject(), owner.GetBaseObject());
   std::unique_ptr<C3DBaseObject> fresh(copy->GetBaseObject());
   EXPECT_FALSE(*copy == owner);
+  // Read back on its own, a clone keeps its stored flags although it now holds
+  // the object it read: the scene's loader is the one that clears the bit.
+  {
+    const auto bytes = Store(*clone);
+    C3DSceneNode loaded;
+    CMemFile file(bytes);
+    CArchive ar(&file, CArchive::load);
+    loaded.Serialize(ar);
+    EXPECT_TRUE(loaded.IsClone());
+    std::unique_ptr<C3DBaseObject> read(loaded.GetBaseObject());
+    loaded.SetObject(nullptr);
+    ASSERT_NE(read, nullptr);
+    EXPECT_NE(read.get(), owner.GetBaseObject());
+  }
 
   // World matrices compose the ancestors' transforms (mode 1) whatever the mode.
   TestTree tree;
