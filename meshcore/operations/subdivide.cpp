@@ -381,8 +381,8 @@ void Pass(C3DBaseObject& object, int K) {
         continue;
       // A channel without faces parallel to the mesh (one value per point, say)
       // has nothing to split along: it stays, empty.
-      if (ch->GetFaceList() && ch->GetPointList() && copy->GetFaceList() &&
-          copy->GetPointList() && ch->GetFaceList()->GetSize() == faces.GetSize())
+      if (ch->GetFaceList() && ch->GetPointList() && copy->GetFaceList() && copy->GetPointList() &&
+          ch->GetFaceList()->GetSize() == faces.GetSize())
         ChannelPass(*ch, *copy, kept, K);
       newChannels->AddChannel(copy.release());
     }
