@@ -128,7 +128,7 @@ public:
   // Midpoint of the point box, computed afresh; 0 without a point list.
   int GetCG(C3DPoint& cg) const;
   // Drops the cached boxes; call after changing points or faces directly.
-  // The object's own edits (lists set, clean, concatenate, load) clear both boxes too.
+  // Every edit made through the object clears the boxes itself (a new face list the face box).
   void InvalidateBoundingBoxes() { m_cache = 0; }
 
   // Removes degenerate faces and unused points (with the channels); an object
