@@ -45,7 +45,7 @@ public:
     }
     ++m_count;
   }
-  // Dequeuing an empty queue does nothing.
+  // Underflow is ignored: dequeuing an empty queue does nothing.
   void Dequeue() override {
     if (m_count == 0)
       return;

@@ -36,7 +36,7 @@ public:
     }
     ++m_top;
   }
-  // Popping an empty stack does nothing (x is left as it was).
+  // Underflow is ignored: popping an empty stack does nothing (x is left as it was).
   void Pop(T& x) override {
     if (m_top >= 0)
       x = m_data[static_cast<std::size_t>(m_top--)];

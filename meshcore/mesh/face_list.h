@@ -157,16 +157,16 @@ public:
   // cleanIndices); oldToNew (emptied first) receives the kept faces' new
   // indices. Returns 1 when the list changed.
   int Clean(CGeomInfo* info, int cleanIndices, CIndexMap* oldToNew);
-  // Mesh clean: faces (including those on points flagged PT_INVALID or outside
-  // info's point list), then the points of info that no face uses, then info's
+  // Mesh clean: faces, then the points of info that no face uses, then info's
   // channels. Returns 1 only when both faces and points were removed.
+  // Also drops faces on PT_INVALID or out-of-range points: channels must not keep lost points.
   int Clean(CGeomInfo* info);
 
 protected:
   void CreatePointToFaceGraph(CGeomInfo* info);
   void CreateEdgeToFaceGraph();
-  // Removes each index equal to the next one (cyclically); flags FACE_INVALID
-  // the faces left with fewer than three.
+  // Removes each index equal to the next one without wrapping: (1, 2, 1) stays.
+  // Flags FACE_INVALID the faces left with fewer than three indices.
   void CleanPointsIndex();
 
   std::vector<CIntArrayID> m_pointToFace;

@@ -14,8 +14,9 @@ class C3DFaceList : public CFaceListOf<C3DFace, 8> {
 public:
   explicit C3DFaceList(std::uint32_t recordSize = 48) : CFaceListOf(recordSize) {}
 
+  // Through the virtual assignment, so that the materials hash goes too.
   C3DFaceList& operator=(const C3DFaceList& src) {
-    CFaceList::operator=(src);
+    static_cast<CFaceList&>(*this) = src;
     return *this;
   }
   // Also drops the materials hash, which described the old faces.

@@ -27,8 +27,9 @@ public:
   explicit C3DPointList(std::uint32_t recordSize = 40) : CPointListOf(recordSize) {}
   ~C3DPointList() override;
 
+  // Through the virtual assignment, so that the material graph goes too.
   C3DPointList& operator=(const C3DPointList& src) {
-    CPointList::operator=(src);
+    static_cast<CPointList&>(*this) = src;
     return *this;
   }
   // Also drops the point-to-material graph.

@@ -396,15 +396,17 @@ bool Pass(C3DBaseObject& object, int K, CCancelCheck& cancel) {
   if (CDependentChannels* channels = object.GetChannels())
     for (int i = 0; i < channels->GetSize(); ++i) {
       const CChannel* ch = channels->GetChannel(i);
-      if (!ch || (ch->GetType() != CHANNEL_UVW && ch->GetType() != CHANNEL_VC) ||
-          !ch->GetFaceList() || !ch->GetPointList() ||
-          ch->GetFaceList()->GetSize() != faces.GetSize())
-        continue; // normals are rebuilt on demand; a non-parallel channel cannot follow
+      if (!ch || (ch->GetType() != CHANNEL_UVW && ch->GetType() != CHANNEL_VC))
+        continue; // normals are rebuilt on demand
       std::unique_ptr<CChannel> copy(ch->InitFrom(CHANNEL_COPY_KEEP_ID));
-      if (!copy || !copy->GetFaceList() || !copy->GetPointList())
+      if (!copy)
         continue;
-      if (!ChannelPass(*ch, *copy, kept, K, cancel))
-        return false;
+      // A channel without faces parallel to the mesh (one value per point, say)
+      // has nothing to split along: it stays, empty.
+      if (ch->GetFaceList() && ch->GetPointList() && copy->GetFaceList() && copy->GetPointList() &&
+          ch->GetFaceList()->GetSize() == faces.GetSize())
+        if (!ChannelPass(*ch, *copy, kept, K, cancel))
+          return false;
       newChannels->AddChannel(copy.release());
     }
 

@@ -129,6 +129,7 @@ public:
   // Midpoint of the point box, computed afresh; 0 without a point list.
   int GetCG(C3DPoint& cg) const;
   // Drops the cached boxes; call after changing points or faces directly.
+  // Every edit made through the object clears the boxes itself (a new face list the face box).
   void InvalidateBoundingBoxes() { m_cache = 0; }
 
   // Removes degenerate faces and unused points (with the channels); an object

@@ -343,10 +343,9 @@ void C3DScene::CleanGroups() {
     if (object && object->GetKindOf() == OBJECT_GROUP)
       groups.push_back(AsSceneNode(n));
   }
-  // Deepest first, so a group emptied by the removal of its subgroups is seen
-  // with its final children.
-  for (auto it = groups.rbegin(); it != groups.rend(); ++it) {
-    C3DSceneNode* group = *it;
+  // In pre-order: a group is judged by the children it has when the walk meets
+  // it. A group deleted here has nothing left below it, so no later entry goes.
+  for (C3DSceneNode* group : groups) {
     CTreeNode* child = group->GetChild();
     if (child && child->GetRight())
       continue;
@@ -399,7 +398,10 @@ void C3DScene::CheckoutImport(int flags) {
 }
 
 void C3DScene::OnNodeLoaded(CTreeNode* node) {
-  AsSceneNode(node)->SetScene(this);
+  C3DSceneNode* loaded = AsSceneNode(node);
+  loaded->SetScene(this);
+  // Every node wrote the object it shows, so a loaded clone owns what it read.
+  loaded->SetFlag(SCENE_NODE_CLONE, 0);
 }
 
 void C3DScene::ClearContent() {

@@ -157,8 +157,8 @@ public:
   C3DScene* InitExport(int flags, int& changed);
   // Deletes scene when del is non-zero; sets the pointer to null either way.
   void ReleaseExport(C3DScene*& scene, int del);
-  // Removes every group node with fewer than two children, moving a single
-  // child up to the group's parent first.
+  // Removes every group node with fewer than two children when a pre-order
+  // walk meets it, moving a single child up to the group's parent first.
   void CleanGroups();
   // Names unnamed nodes "<type> <n>" per kind, moves points by the node
   // pivots (unless flag 1) and names unnamed materials "<Material> <n>".

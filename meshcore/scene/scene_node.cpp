@@ -209,8 +209,6 @@ void C3DSceneNode::Serialize(CArchive& ar) {
   m_pivot.Serialize(ar);
   m_matrix1.Serialize(ar);
   m_matrix2.Serialize(ar);
-  // A loaded node owns the object it reads, whatever the flags stored say.
-  m_nodeFlags &= ~static_cast<std::uint32_t>(SCENE_NODE_CLONE);
   const CRuntimeClass* cls = ar.ReadClass(MESHCORE_RUNTIME_CLASS(C3DBaseObject));
   std::unique_ptr<CObject> obj(cls ? cls->CreateObject() : nullptr);
   if (!obj)

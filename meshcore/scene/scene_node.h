@@ -104,7 +104,9 @@ public:
   int GetGroupCG(C3DPoint& cg) const;
 
   // Matrices, flags, name, extra, pivot, the matrices again, then the object.
-  // Neither the tree-node fields nor the custom data are part of it.
+  // Neither the tree-node fields nor the custom data are part of it. Reading
+  // keeps the stored clone bit although the node then holds the object it read:
+  // the reader clears it (the scene does for the nodes it loads).
   void Serialize(CArchive& ar) override;
 
 protected:

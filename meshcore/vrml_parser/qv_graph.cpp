@@ -260,7 +260,18 @@ bool QvReader::ReadFieldsAndChildren(QvNode& node) {
           in_.Get(c);
         continue;
       }
-      if (!node.CanHaveChildren()) {
+      // In a node with children, the word starts the first child only when it
+      // is DEF or USE or a body follows it; anything else is a misspelt field.
+      bool startsChild = false;
+      if (node.CanHaveChildren()) {
+        startsChild = word == "DEF" || word == "USE";
+        if (!startsChild) {
+          const QvTextSource::Mark afterWord = in_.GetMark();
+          startsChild = in_.Peek(c) && c == '{';
+          in_.Reset(afterWord);
+        }
+      }
+      if (!startsChild) {
         const std::string name(word);
         in_.PostError("Unknown field \"%s\"", name.c_str());
         return false;

@@ -4,6 +4,8 @@
 #include "meshcore/platform/byte_stream.h"
 #include "meshcore/platform/exceptions.h"
 
+#include "tests/support/test_env.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -55,17 +57,6 @@ std::vector<unsigned> Ids(const CCustomData& cd) {
   return ids;
 }
 
-fs::path ScratchDir(const std::string& name) {
-  // Under the build folder: MESHCORE_HOME when the test runner sets it, else
-  // beside the test executable.
-  const char* home = std::getenv("MESHCORE_HOME");
-  const fs::path base =
-      home && *home ? fs::path(home) : fs::read_symlink("/proc/self/exe").parent_path();
-  fs::path dir = base / name;
-  fs::remove_all(dir);
-  fs::create_directories(dir);
-  return dir;
-}
 
 } // namespace
 
@@ -262,7 +253,7 @@ TEST(CustomData, ArchiveRoundTripAndDamagedInput) {
 }
 
 TEST(CustomData, PreferencesFileKeepsOneRecordPerClassAndDirection) {
-  const fs::path dir = ScratchDir("custom_data_prefs");
+  const fs::path dir = test::ScratchDir("custom_data_prefs");
   const std::string file = (dir / "testio.prefs").string();
   const unsigned ligt = Code("LIGT"), vrml = Code("VRML");
 

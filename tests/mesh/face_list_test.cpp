@@ -167,8 +167,14 @@ TEST(FaceList, FlagsIndicesAndMaterials) {
   faces.SetFlag(FL_CHANGED, 1);
   EXPECT_EQ(faces.GetMaterialsHash(&info)->GetCount(), 2);
 
+  // Assigning other faces drops the hash, which described the old ones.
   C3DFaceList other;
+  AddFace(other, {0, 1, 2});
+  other.CreateMaterialsHash();
   other = faces;
+  EXPECT_FALSE(other.IsMaterialsHashBuilt());
+  CGeomInfo otherInfo(&other, &points);
+  EXPECT_EQ(other.GetMaterialsHash(&otherInfo)->GetCount(), 2);
   other[1].SetFlag(FACE_SELECTED, 1);
   EXPECT_EQ(faces.InheritFlags(other, FACE_SELECTED, FACE_HIDDEN, 0), 1);
   EXPECT_EQ(faces.GetNumberOfFaces(FACE_HIDDEN, 1), 1);

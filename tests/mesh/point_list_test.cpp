@@ -185,10 +185,13 @@ TEST(PointList, MaterialGraph) {
   EXPECT_FALSE(points.IsFlagSet(PL_CHANGED));
   EXPECT_EQ(points.GetNumberOfMaterialsConnectedToPoint(2), 2);
 
-  C3DPointList copy;
-  copy = points;
-  EXPECT_EQ(copy.GetID(), points.GetID());
-  EXPECT_FALSE(copy.IsPointMaterialGraphBuilt());
+  // Assigning other points drops the graph, which described the old ones.
+  C3DPointList other;
+  other.SetSize(2);
+  points = other;
+  EXPECT_EQ(points.GetID(), other.GetID());
+  EXPECT_FALSE(points.IsPointMaterialGraphBuilt());
+  EXPECT_EQ(points.GetMaterialsConnectedToPoint(1), nullptr);
 }
 
 TEST(PointList, ElementPoints) {

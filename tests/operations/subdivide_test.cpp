@@ -223,18 +223,35 @@ TEST(Subdivide, MixedMeshCarriesLargerFacesAndEstimates) {
   EXPECT_EQ(EstimateLevel(nullptr, 1), 0u);
 }
 
-TEST(Subdivide, ExcludedChannelFacesPassFlagsOnly) {
+TEST(Subdivide, ExcludedFacesAndPerPointChannels) {
   auto obj = MakeMesh({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}});
   obj->AddChannel(test::MakeUVW({{0, 0}, {1, 0}, {0, 1}}, {{0, 1, 2}}));
   CFaceList& uvf = *obj->GetChannels()->GetChannel(0)->GetFaceList();
   uvf[0].SetFlag(FACE_EXCLUDED, 1);
+  // One value per mesh point and no faces: nothing to split along.
+  CUVWChannel* perPoint = test::MakeUVW({{0, 0}, {1, 0}, {0, 1}}, {});
+  perPoint->GetCustomData().SetInt(1, 7);
+  obj->AddChannel(perPoint);
+  const unsigned perPointId = perPoint->GetID();
+
   Subdivide3(*obj, 1);
-  const CFaceList& out = *obj->GetChannels()->GetChannel(0)->GetFaceList();
+  const CDependentChannels& channels = *obj->GetChannels();
+  ASSERT_EQ(channels.GetSize(), 2);
+  const CFaceList& out = *channels.GetChannel(0)->GetFaceList();
   ASSERT_EQ(out.GetSize(), 4);
   for (int f = 0; f < 4; ++f) {
     EXPECT_TRUE(out[f].IsFlagSet(FACE_EXCLUDED));
     EXPECT_EQ(out[f].GetSize(), 0);
   }
+  // The per-point channel comes through as an empty clone.
+  const CChannel* clone = channels.GetChannel(1);
+  EXPECT_EQ(clone->GetID(), perPointId);
+  EXPECT_EQ(clone->GetType(), CHANNEL_UVW);
+  EXPECT_EQ(clone->GetPointList()->GetSize(), 0);
+  EXPECT_EQ(clone->GetFaceList()->GetSize(), 0);
+  int tag = 0;
+  EXPECT_TRUE(clone->GetCustomData().GetInt(1, tag));
+  EXPECT_EQ(tag, 7);
 }
 
 TEST(PatchLevel, SetLevelKeepsTheControlMeshAndGoesBack) {

@@ -299,19 +299,17 @@ TEST_F(SceneTest, CleanGroupsAndExport) {
   EXPECT_EQ(Outline(scene), "pair .empty .p2 .p1 G1 .G2 ..obj ");
 
   int changed = 7;
-  EXPECT_EQ(scene.InitExport(0, changed), &scene);
-  EXPECT_EQ(changed, 0);
-  EXPECT_EQ(scene.GetNodeNbr(0), 7);
   EXPECT_EQ(scene.InitExport(SCENE_EXPORT_CLEAN_GROUPS, changed), &scene);
+  EXPECT_EQ(changed, 0);
   EXPECT_EQ(Outline(scene), "obj pair .p2 .p1 ");
 
-  C3DScene* exported = scene.Copy(0, nullptr, nullptr);
-  ASSERT_NE(exported, nullptr);
-  scene.ReleaseExport(exported, 1);
-  EXPECT_EQ(exported, nullptr);
-  C3DScene* self = &scene;
-  scene.ReleaseExport(self, 0);
-  EXPECT_EQ(self, nullptr);
+  // Groups are judged in pre-order: G1 still has two children when it is seen.
+  C3DScene outer;
+  C3DSceneNode* outerG1 = AddGroup(outer, nullptr, "G1");
+  AddMesh(outer, outerG1, "A");
+  AddGroup(outer, outerG1, "G2");
+  outer.CleanGroups();
+  EXPECT_EQ(Outline(outer), "G1 .A ");
 }
 
 TEST_F(SceneTest, CopyCloneMoveAndTheirFlags) {
@@ -383,15 +381,24 @@ TEST_F(SceneTest, CopyCloneMoveAndTheirFlags) {
   EXPECT_EQ(Outline(dst), "sub .deep ");
   EXPECT_EQ(dst.GetMaterialNumber(), 2); // every material, used or not
 
-  // A copied clone owns its new object.
+  // A copied clone owns its new object, and so does a loaded one: each node
+  // wrote the object it shows.
   C3DScene withClone;
   C3DSceneNode* original = AddMesh(withClone, nullptr, "o");
   withClone.AddNode(nullptr, static_cast<C3DSceneNode*>(original->Clone()));
   copy.reset(withClone.Copy(0, nullptr, nullptr));
   ASSERT_NE(copy, nullptr);
-  for (C3DSceneNode* n = copy->GetFirstNode(nullptr); n;
-       n = static_cast<C3DSceneNode*>(n->GetRight()))
-    EXPECT_FALSE(n->IsClone());
+  C3DScene loaded;
+  Load(loaded, Store(withClone));
+  for (C3DScene* s : {copy.get(), &loaded}) {
+    C3DSceneNode* first = s->GetFirstNode(nullptr);
+    ASSERT_NE(first, nullptr);
+    C3DSceneNode* second = static_cast<C3DSceneNode*>(first->GetRight());
+    ASSERT_NE(second, nullptr);
+    EXPECT_FALSE(first->IsClone());
+    EXPECT_FALSE(second->IsClone());
+    EXPECT_NE(first->GetBaseObject(), second->GetBaseObject());
+  }
 
   // Clones share objects; with 0x800 the children come along.
   std::unique_ptr<C3DScene> cloned(scene.Clone(g, 0));

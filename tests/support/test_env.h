@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include <unistd.h>
+
 namespace meshcore::test {
 
 // Sets (or, with nullopt, unsets) a variable and restores it on destruction.
@@ -38,7 +40,8 @@ inline std::filesystem::path ScratchDir(const std::string& name) {
   const char* home = std::getenv("MESHCORE_HOME");
   std::filesystem::path base =
       home && *home ? std::filesystem::path(home) : std::filesystem::temp_directory_path();
-  std::filesystem::path dir = base / ("scratch_" + name);
+  // ctest runs tests as separate processes at the same time: a folder per process.
+  std::filesystem::path dir = base / ("scratch_" + name + "_" + std::to_string(::getpid()));
   std::filesystem::remove_all(dir);
   std::filesystem::create_directories(dir);
   return dir;

@@ -79,6 +79,9 @@ TEST(QvGraph, NodeMessages) {
       {"Cube", "Expected '{'; got EOF", 2},
       {"Cube {\n", "Expected '}'; got EOF", 3},
       {"Cube { color 1 0 0 }", "Unknown field \"color\"", 2},
+      // In a node with children, a word is a child only when a body follows it.
+      {"Separator { bogus 1 Cube { } }", "Unknown field \"bogus\"", 2},
+      {"Ext { fields [ SFFloat size ] colour 2 Cube { } }", "Unknown field \"colour\"", 2},
       {"Cube { width x }", "Couldn't read value for field \"width\"", 2},
       {"Cube { [ }", "Expected '}'; got '['", 2},
       {"Group { [ }", "Expected '}'; got '['", 2},
