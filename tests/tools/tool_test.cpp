@@ -251,6 +251,7 @@ TEST_F(Tool, ErrorsHaveTheirOwnStatus) {
                      meshcore::FILE_PARSER_LOADING | meshcore::FILE_PARSER_SILENT);
   EXPECT_FALSE(io.ReadScene());
   const std::string detail = io.GetIoErrorDetail();
+  EXPECT_EQ(detail, "FORM at byte 4: size 13382 but the file has 8026 bytes after it");
   ToolRun damaged = RunTool({"info", File("damaged.lwo")});
   EXPECT_EQ(damaged.status, 5);
   const std::string expected =
