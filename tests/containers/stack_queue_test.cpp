@@ -9,16 +9,14 @@ namespace {
 
 using namespace meshcore;
 
-TEST(Stack, GrowsByDoublingAndKeepsOrder) {
+TEST(Stack, KeepsOrderThroughGrowth) {
   CStack<std::string> s;
   AbsStack<std::string>& abs = s;
   EXPECT_TRUE(abs.IsEmpty());
   EXPECT_EQ(abs.Top(), nullptr);
   for (int i = 0; i < 5; ++i)
     abs.Push(std::to_string(i));
-  EXPECT_EQ(s.GetCapacity(), 5);
   abs.Push(*abs.Top()); // the argument lives in the block being replaced
-  EXPECT_EQ(s.GetCapacity(), 10);
   std::string x;
   abs.Pop(x);
   EXPECT_EQ(x, "4");
@@ -26,7 +24,7 @@ TEST(Stack, GrowsByDoublingAndKeepsOrder) {
   EXPECT_EQ(*abs.Top(), "3");
   abs.MakeEmpty();
   abs.Pop(x); // popping an empty stack is harmless
-  EXPECT_EQ(s.GetCapacity(), 10);
+  EXPECT_TRUE(abs.IsEmpty());
 }
 
 TEST(Queue, WrapsGrowsAndResets) {
@@ -37,12 +35,8 @@ TEST(Queue, WrapsGrowsAndResets) {
   abs.Dequeue();
   abs.Dequeue();
   abs.Enqueue(4);
-  abs.Enqueue(5); // wraps to slot 1
-  EXPECT_EQ(q.GetCapacity(), 3);
-  EXPECT_EQ(q.GetFrontIndex(), 2);
-  abs.Enqueue(6); // full: unwraps into a block of 6
-  EXPECT_EQ(q.GetCapacity(), 6);
-  EXPECT_EQ(q.GetFrontIndex(), 0);
+  abs.Enqueue(5); // wraps around the end of the block
+  abs.Enqueue(6); // full: grows, keeping the order
   std::vector<int> out;
   while (!abs.IsEmpty()) {
     out.push_back(*abs.GetFront());
@@ -50,10 +44,9 @@ TEST(Queue, WrapsGrowsAndResets) {
   }
   EXPECT_EQ(out, (std::vector<int>{3, 4, 5, 6}));
 
-  q.MakeEmpty(); // restarts at the front of the kept block
+  q.MakeEmpty();
   q.Enqueue(9);
-  EXPECT_EQ(q.GetFrontIndex(), 0);
-  EXPECT_EQ(q.GetCapacity(), 6);
+  EXPECT_EQ(*q.GetFront(), 9);
 }
 
 } // namespace
