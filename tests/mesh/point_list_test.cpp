@@ -1,4 +1,4 @@
-#include "mesh_fixtures.h"
+#include "tests/support/mesh_fixtures.h"
 
 #include "meshcore/containers/custom_data.h"
 #include "meshcore/mesh/geom_info.h"

@@ -8,7 +8,7 @@
 #include "meshcore/platform/cancel.h"
 #include "meshcore/platform/thread_id.h"
 #include "meshcore/scene/patch_3d.h"
-#include "ops_fixtures.h"
+#include "tests/support/mesh_fixtures.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include "meshcore/scene/patch_3d.h"
 #include "meshcore/scene/scene.h"
 #include "meshcore/scene/scene_node.h"
-#include "ops_fixtures.h"
+#include "tests/support/mesh_fixtures.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "meshcore/mesh/geom_info.h"
 #include "meshcore/operations/subdivide.h"
 #include "meshcore/scene/patch_3d.h"
-#include "ops_fixtures.h"
+#include "tests/support/mesh_fixtures.h"
 
 #include <gtest/gtest.h>
 

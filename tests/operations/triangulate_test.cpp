@@ -1,6 +1,6 @@
 #include "meshcore/mesh/geom_info.h"
 #include "meshcore/operations/triangulate.h"
-#include "ops_fixtures.h"
+#include "tests/support/mesh_fixtures.h"
 
 #include <gtest/gtest.h>
 

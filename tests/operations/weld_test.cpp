@@ -3,7 +3,7 @@
 #include "meshcore/operations/weld.h"
 #include "meshcore/platform/archive.h"
 #include "meshcore/platform/byte_stream.h"
-#include "ops_fixtures.h"
+#include "tests/support/mesh_fixtures.h"
 
 #include <gtest/gtest.h>
 

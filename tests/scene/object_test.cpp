@@ -1,4 +1,4 @@
-#include "mesh_fixtures.h"
+#include "tests/support/mesh_fixtures.h"
 
 #include "meshcore/mesh/face_normal_channel.h"
 #include "meshcore/mesh/point_normal_channel.h"
