@@ -18,10 +18,6 @@ using namespace meshcore::test;
 
 namespace {
 
-std::vector<int> Indices(const CIntArrayID& a) {
-  return std::vector<int>(a.GetData(), a.GetData() + a.GetSize());
-}
-
 std::vector<int> FacesOfPoint(const CFaceList& faces, int p) {
   int n = 0;
   const int* f = faces.GetFacesConnectedToPoint(p, n);
