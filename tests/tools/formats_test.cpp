@@ -1,6 +1,7 @@
 // What the tool promises about file types, and how it shows a codec's account
 // of a failure; run in-process so that test codecs can be registered.
 #include "tools/tool.h"
+#include "tests/tools/run_in_process.h"
 
 #include "meshcore/formats/library.h"
 #include "meshcore/io/codec_registry.h"
@@ -40,34 +41,8 @@ public:
   }
 };
 
-struct Captured {
-  int status = -1;
-  std::string out, err;
-};
-
-std::string ReadBack(std::FILE* f) {
-  std::string text;
-  std::rewind(f);
-  for (int c; (c = std::fgetc(f)) != EOF;)
-    text += static_cast<char>(c);
-  std::fclose(f);
-  return text;
-}
-
-Captured RunInProcess(std::vector<std::string> args) {
-  args.insert(args.begin(), "meshcore");
-  std::vector<char*> argv;
-  for (std::string& a : args)
-    argv.push_back(a.data());
-  tool::Output output;
-  output.out = std::tmpfile();
-  output.err = std::tmpfile();
-  Captured c;
-  c.status = tool::RunTool(static_cast<int>(argv.size()), argv.data(), output);
-  c.out = ReadBack(output.out);
-  c.err = ReadBack(output.err);
-  return c;
-}
+using test::Captured;
+using test::RunInProcess;
 
 // A scene of one triangle, enough for any writer.
 std::unique_ptr<C3DScene> Triangle() {
