@@ -3,8 +3,8 @@
 // flat arrays. The file (an N x N grid of quads, three surfaces, a per-point
 // texture map) is generated on first use.
 
-#include "meshcore/formats/library.h"
 #include "meshcore/formats/common/detail/byte_order.h"
+#include "meshcore/formats/library.h"
 #include "meshcore/formats/lightwave/detail/lwo_writer.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"

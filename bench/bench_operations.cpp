@@ -175,7 +175,8 @@ void Linearity(benchmark::State& state, Timed timed, const char* smallName, cons
 // Linearity in one run: 4 million points against 1 million.
 void BM_WeldLinearity(benchmark::State& state) {
   int remaining = 0;
-  Linearity(state, [&](int n) { return TimedWeld(n, remaining); }, "weld_1M_s", "weld_4M_s");
+  Linearity(
+      state, [&](int n) { return TimedWeld(n, remaining); }, "weld_1M_s", "weld_4M_s");
 }
 BENCHMARK(BM_WeldLinearity)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
 
@@ -288,7 +289,8 @@ BENCHMARK(BM_MergeCoplanarGrid)
 // Linearity in one run: 2 million triangles against half a million.
 void BM_MergeCoplanarLinearity(benchmark::State& state) {
   int faces = 0;
-  Linearity(state, [&](int n) { return TimedMerge(n, faces); }, "merge_500k_s", "merge_2M_s");
+  Linearity(
+      state, [&](int n) { return TimedMerge(n, faces); }, "merge_500k_s", "merge_2M_s");
 }
 BENCHMARK(BM_MergeCoplanarLinearity)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
 

@@ -2,9 +2,9 @@
 // finishing step, the writer on whatever loaded, and the codec's conversion
 // into a scene and back.
 
-#include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/formats/lightwave/detail/lwo_reader.h"
 #include "meshcore/formats/lightwave/detail/lwo_writer.h"
+#include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"
 #include "meshcore/scene/scene.h"

@@ -13,6 +13,7 @@
 #include "meshcore/containers/next_prime.h"
 #include "meshcore/containers/queue.h"
 #include "meshcore/containers/stack.h"
+#include "meshcore/formats/gltf/gltf_io.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/geometry/gamma.h"

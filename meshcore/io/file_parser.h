@@ -8,8 +8,7 @@ namespace meshcore {
 class CFileParser {
 public:
   explicit CFileParser(CFileIo& owner)
-      : m_fileIo(&owner), m_customData(&owner.GetCustomData()),
-        m_parentWnd(owner.GetParentWnd()) {}
+      : m_fileIo(&owner), m_customData(&owner.GetCustomData()), m_parentWnd(owner.GetParentWnd()) {}
   CFileParser(const CFileParser&) = default;
   CFileParser& operator=(const CFileParser&) = default;
   virtual ~CFileParser() = default;

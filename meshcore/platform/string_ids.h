@@ -37,6 +37,9 @@ inline constexpr unsigned IDS_CHANNEL_VC = 20002;
 inline constexpr unsigned IDS_CHANNEL_POINT_NORMALS = 20003;
 inline constexpr unsigned IDS_CHANNEL_FACE_NORMALS = 20004;
 
+// Warnings of the writers; "%1" is a list of file names.
+inline constexpr unsigned IDS_IMAGES_NOT_FOUND = 21001;
+
 // File prompts shown by the raw file layer; each has one "%1" for the file name.
 inline constexpr unsigned IDP_INVALID_FILENAME = 0xF100;
 inline constexpr unsigned IDP_FAILED_TO_OPEN_DOC = 0xF101;

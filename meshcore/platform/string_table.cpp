@@ -34,6 +34,8 @@ constexpr Entry kTable[] = {
      "Une erreur inconnue s'est produite lors de l'accès au fichier"},
     {IDS_IO_UNKNOWN_FILE_TYPE, "Unknown file type", "Type de fichier inconnu"},
     {IDS_IO_CANCELED, "Operation canceled", "Opération interrompue"},
+    {IDS_IMAGES_NOT_FOUND, "Texture images not found, written without them: %1",
+     "Images de texture introuvables, écrites sans elles : %1"},
     {IDS_TYPE_CURVE, "Curve", "Courbe"},
     {IDS_TYPE_GROUP, "Object group", "Groupe d'objets"},
     {IDS_TYPE_PATCH, "Patch", "Patch"},

@@ -57,7 +57,6 @@ std::vector<unsigned> Ids(const CCustomData& cd) {
   return ids;
 }
 
-
 } // namespace
 
 TEST(CustomData, BlockLayoutIsPackedWithoutAlignment) {

@@ -1,7 +1,7 @@
 // Ctrl-C during the tool's reads and saves, run in-process against a codec that
 // waits for the cancel request, so that the timing is the test's own.
-#include "tools/tool.h"
 #include "tests/tools/run_in_process.h"
+#include "tools/tool.h"
 
 #include "meshcore/io/cancel.h"
 #include "meshcore/io/codec_registry.h"
@@ -93,7 +93,8 @@ protected:
 } // namespace
 
 TEST_F(ToolCancel, CtrlCStopsARead) {
-  const Captured c = RunInProcess({"info", "--lang", "en", File("waiting.slow"), File("quick.slow")});
+  const Captured c =
+      RunInProcess({"info", "--lang", "en", File("waiting.slow"), File("quick.slow")});
   EXPECT_EQ(c.status, 130);
   EXPECT_NE(c.err.find("waiting.slow: Operation canceled"), std::string::npos) << c.err;
   EXPECT_TRUE(c.out.empty()) << c.out; // the files after the cancelled one are not read

@@ -1,7 +1,7 @@
 // What the tool promises about file types, and how it shows a codec's account
 // of a failure; run in-process so that test codecs can be registered.
-#include "tools/tool.h"
 #include "tests/tools/run_in_process.h"
+#include "tools/tool.h"
 
 #include "meshcore/formats/library.h"
 #include "meshcore/io/codec_registry.h"

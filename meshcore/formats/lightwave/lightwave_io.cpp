@@ -10,9 +10,9 @@
 #include "meshcore/formats/lightwave/detail/lwo_writer.h"
 #include "meshcore/io/cancel.h"
 #include "meshcore/io/codec_registry.h"
-#include "meshcore/io/file_registry.h"
 #include "meshcore/io/file_info.h"
 #include "meshcore/io/file_io.h"
+#include "meshcore/io/file_registry.h"
 #include "meshcore/io/io_file.h"
 #include "meshcore/mesh/dependent_channels.h"
 #include "meshcore/mesh/face_list_3d.h"
@@ -304,8 +304,8 @@ C3DScene* CLightwaveIo::Read(const std::string& name, unsigned flags) {
   codec::CFileInput input;
   if (int result = input.Open(name); result != IO_FILE_OK) {
     // The Lightwave reader answers a file it cannot read as a bad file.
-    SetIoError(IO_FILE_BAD_FORMAT, result == IO_FILE_CANT_OPEN ? "cannot open the file"
-                                                                 : "cannot read the file");
+    SetIoError(IO_FILE_BAD_FORMAT,
+               result == IO_FILE_CANT_OPEN ? "cannot open the file" : "cannot read the file");
     return nullptr;
   }
   const bool loaded = LoadObject(input.GetData(), input.GetSize());
@@ -328,8 +328,8 @@ bool CLightwaveIo::LoadObject(const void* data, std::size_t size) {
   LwLoadStatus status;
   m_object = LoadLightwaveObject(data, size, options, &status);
   if (!m_object) {
-    SetIoError(IO_FILE_BAD_FORMAT, status.cancelled ? std::string("cancelled while reading")
-                                                    : status.detail);
+    SetIoError(IO_FILE_BAD_FORMAT,
+               status.cancelled ? std::string("cancelled while reading") : status.detail);
     return false;
   }
   return true;
@@ -650,8 +650,8 @@ constexpr unsigned kMaxPolygonVertices = 0x3FF;
 // one longer than a polygon can hold becomes a fan around its first file
 // corner; a curve becomes a chain of curves sharing their end points. Pieces
 // are balanced so that none is left with fewer than three corners.
-template <class Fn> void ForEachPolygon(unsigned n, bool curve, std::vector<std::uint32_t>& buf,
-                                        Fn fn) {
+template <class Fn>
+void ForEachPolygon(unsigned n, bool curve, std::vector<std::uint32_t>& buf, Fn fn) {
   auto corner = [&](unsigned i) { return curve ? i : n - 1 - i; };
   if (n <= kMaxPolygonVertices) {
     buf.resize(n);
@@ -773,8 +773,8 @@ void CLightwaveIo::PlanPieces(C3DBaseObject* object) {
       if (op >= 0 && op < pointCount && plan.local[std::size_t(op)] < 0)
         ++fresh;
     }
-    if (p > piece.firstPolygon && (piece.points.size() + fresh > m_indexLimit ||
-                                   p - piece.firstPolygon + 1 > m_indexLimit))
+    if (p > piece.firstPolygon &&
+        (piece.points.size() + fresh > m_indexLimit || p - piece.firstPolygon + 1 > m_indexLimit))
       close(p);
     for (std::uint32_t c = plan.start[p]; c < plan.start[p + 1]; ++c) {
       int op = CornerPoint(object, int(plan.face[p]), plan.corners[c]);
@@ -1051,25 +1051,26 @@ void CLightwaveIo::SaveObjects6(st_lwObject& file, C3DBaseObject* object, std::u
   }
   CCancelCheck cancel;
   bool bad = false;
-  ForEachWrittenPolygon(object, [&](int f, const std::uint32_t* c, unsigned n, bool, std::uint32_t) {
-    if (cancel.Tick())
-      throw CancelledSave{};
-    st_lwPolygon poly;
-    poly.type = type;
-    poly.firstVertex = std::uint32_t(layer.polygonVertices.size());
-    poly.vertexCount = std::uint16_t(n);
-    poly.tag = curve ? curveTag : TagOf((*faces)[f].GetMaterialID());
-    for (unsigned k = 0; k < n; ++k) {
-      int op = CornerPoint(object, f, c[k]);
-      if (op < 0 || op >= pointCount) {
-        bad = true;
-        op = 0;
-      }
-      layer.polygonVertices.push_back(piece.whole ? std::uint32_t(op)
-                                                  : std::uint32_t(plan.local[std::size_t(op)]));
-    }
-    layer.polygons.push_back(poly);
-  });
+  ForEachWrittenPolygon(
+      object, [&](int f, const std::uint32_t* c, unsigned n, bool, std::uint32_t) {
+        if (cancel.Tick())
+          throw CancelledSave{};
+        st_lwPolygon poly;
+        poly.type = type;
+        poly.firstVertex = std::uint32_t(layer.polygonVertices.size());
+        poly.vertexCount = std::uint16_t(n);
+        poly.tag = curve ? curveTag : TagOf((*faces)[f].GetMaterialID());
+        for (unsigned k = 0; k < n; ++k) {
+          int op = CornerPoint(object, f, c[k]);
+          if (op < 0 || op >= pointCount) {
+            bad = true;
+            op = 0;
+          }
+          layer.polygonVertices.push_back(piece.whole ? std::uint32_t(op)
+                                                      : std::uint32_t(plan.local[std::size_t(op)]));
+        }
+        layer.polygons.push_back(poly);
+      });
   if (bad)
     throw BadScene{"a face uses a point outside the object's point list"};
 }
@@ -1079,9 +1080,9 @@ namespace {
 // Entries of one per-polygon map from a channel parallel to the object's faces.
 template <class FaceList, class Value>
 void AddChannelEntries(st_lwVMap& map, const C3DFaceList& faces, const FaceList& chFaces,
-                       int chPointCount, const std::vector<std::int32_t>* local, bool whole,
-                       int f, const std::uint32_t* c, unsigned n, bool wholeFace,
-                       std::uint32_t polygon, Value value) {
+                       int chPointCount, const std::vector<std::int32_t>* local, bool whole, int f,
+                       const std::uint32_t* c, unsigned n, bool wholeFace, std::uint32_t polygon,
+                       Value value) {
   if (f >= chFaces.GetSize() || f >= faces.GetSize())
     return;
   const auto& cf = chFaces[f];
@@ -1095,7 +1096,8 @@ void AddChannelEntries(st_lwVMap& map, const C3DFaceList& faces, const FaceList&
     int t = cf[k];
     if (t < 0 || t >= chPointCount)
       return;
-    map.points.push_back(whole ? std::uint32_t(mf[k]) : std::uint32_t((*local)[std::size_t(mf[k])]));
+    map.points.push_back(whole ? std::uint32_t(mf[k])
+                               : std::uint32_t((*local)[std::size_t(mf[k])]));
     map.polygons.push_back(polygon);
     value(t, map.values);
   };
@@ -1127,8 +1129,8 @@ void CLightwaveIo::AddChannelMap(st_lwObject& file, C3DBaseObject* object, std::
                                     std::uint32_t polygon) {
     if (cancel.Tick())
       throw CancelledSave{};
-    AddChannelEntries(map, faces, chFaces, chPointCount, &m_plan->local, whole, f, cs, n,
-                      wholeFace, polygon, value);
+    AddChannelEntries(map, faces, chFaces, chPointCount, &m_plan->local, whole, f, cs, n, wholeFace,
+                      polygon, value);
   });
 }
 

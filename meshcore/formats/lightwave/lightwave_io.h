@@ -24,7 +24,7 @@ struct st_lwPolygon;
 
 // Custom-data record that object and layer-group nodes carry, and the layer
 // number + 1 in it.
-inline constexpr unsigned kCustomLightwave = 0x4C574F42;  // 'LWOB'
+inline constexpr unsigned kCustomLightwave = 0x4C574F42;   // 'LWOB'
 inline constexpr unsigned kCustomLayerNumber = 0x4C59524E; // 'LYRN'
 
 // Makes CLightwaveIo the codec of "LIGT" files; called at library start.

@@ -63,7 +63,8 @@ TEST(BinaryCursor, BothOrdersStringsAndBounds) {
 
 TEST(ChunkWalker, LayoutsPaddingAndSizesPastTheParent) {
   // IFF: odd body padded, the last pad may be missing.
-  const ByteVec iff = {'A', 'B', 'C', 'D', 0, 0, 0, 3, 1, 2, 3, 0, 'E', 'F', 'G', 'H', 0, 0, 0, 1, 9};
+  const ByteVec iff = {'A', 'B', 'C', 'D', 0,   0, 0, 3, 1, 2, 3,
+                       0,   'E', 'F', 'G', 'H', 0, 0, 0, 1, 9};
   CChunkWalker walker(CBinaryCursor(iff.data(), iff.size(), ByteOrder::Big), kIffChunks);
   Chunk chunk;
   ASSERT_TRUE(walker.Next(chunk));
@@ -106,8 +107,8 @@ TEST(BinaryWriter, ScopesFillTheirSizes) {
     auto inner = be.Chunk(MakeId("ABCD"), 4, {2, false, 0, true, true});
     be.U8(7);
   }
-  EXPECT_EQ(be.GetBuffer(), (ByteVec{'F', 'O', 'R', 'M', 0, 0, 0, 8, 'A', 'B', 'C', 'D', 0, 2,
-                                     7, 0}));
+  EXPECT_EQ(be.GetBuffer(),
+            (ByteVec{'F', 'O', 'R', 'M', 0, 0, 0, 8, 'A', 'B', 'C', 'D', 0, 2, 7, 0}));
   // 3D Studio's rule: little-endian 2-byte id, size counting the header, no pad.
   CBinaryWriter le(ByteOrder::Little);
   {
@@ -164,9 +165,9 @@ TEST(SceneHelpers, CornerValuesAndUniqueNames) {
   CCornerValues values;
   CCornerValues::Value a{{0.5f, 0.25f, 0, 0}}, b{{0.5f, 0.75f, 0, 0}};
   const auto first = values.Get(3, a);
-  EXPECT_EQ(values.Get(3, a), first);     // same point, same value: shared
-  EXPECT_NE(values.Get(3, b), first);     // a seam keeps both values
-  EXPECT_NE(values.Get(4, a), first);     // another point gets its own
+  EXPECT_EQ(values.Get(3, a), first);                    // same point, same value: shared
+  EXPECT_NE(values.Get(3, b), first);                    // a seam keeps both values
+  EXPECT_NE(values.Get(4, a), first);                    // another point gets its own
   EXPECT_EQ(values.GetDefault(a), values.GetDefault(b)); // one default, made once
   EXPECT_EQ(values.GetSize(), 4u);
 

@@ -77,8 +77,7 @@ protected:
   static void SetUpTestSuite() {
     InitMeshcore();
     // Tests run as separate processes at the same time: one folder each.
-    dir_ = std::filesystem::temp_directory_path() /
-           ("mc_lw_cancel_" + std::to_string(::getpid()));
+    dir_ = std::filesystem::temp_directory_path() / ("mc_lw_cancel_" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir_);
     auto bytes = GridFile(kSide);
     std::ofstream out(dir_ / "grid.lwo", std::ios::binary);

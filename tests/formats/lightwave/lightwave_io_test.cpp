@@ -1,8 +1,8 @@
 // The Lightwave codec end to end: files into scenes, scenes into files.
 
 #include "meshcore/formats/library.h"
-#include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/formats/lightwave/detail/lwo_reader.h"
+#include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/io/cancel.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"

@@ -1,6 +1,6 @@
 #include "meshcore/formats/lightwave/detail/lwo_reader.h"
-#include "meshcore/platform/cancel.h"
 #include "meshcore/formats/lightwave/detail/lwo_writer.h"
+#include "meshcore/platform/cancel.h"
 
 #include "lwo_test_bytes.h"
 

@@ -44,11 +44,11 @@ public:
 
   // How a chunk's size field is written when its scope closes.
   struct SizeField {
-    unsigned bytes = 4;              // 2 or 4
-    bool includesHeader = false;     // the size counts the id and the size field
-    unsigned headerBytes = 0;        // bytes of the header before the size field
-    bool padOdd = false;             // an odd body gets a zero pad byte...
-    bool sizeCountsPad = false;      // ...which the size field counts too
+    unsigned bytes = 4;          // 2 or 4
+    bool includesHeader = false; // the size counts the id and the size field
+    unsigned headerBytes = 0;    // bytes of the header before the size field
+    bool padOdd = false;         // an odd body gets a zero pad byte...
+    bool sizeCountsPad = false;  // ...which the size field counts too
   };
 
   // An open chunk; its size is written when it closes (or goes out of scope).

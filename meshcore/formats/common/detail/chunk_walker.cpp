@@ -22,8 +22,8 @@ bool CChunkWalker::Next(Chunk& chunk) {
   std::uint64_t size = m_layout.sizeBytes == 4 ? m_range.U32() : m_range.U16();
   if (m_layout.sizeIncludesHeader) {
     if (size < headerBytes)
-      throw CFormatError(chunk.offset, "chunk size " + std::to_string(size) +
-                                           " smaller than its header");
+      throw CFormatError(chunk.offset,
+                         "chunk size " + std::to_string(size) + " smaller than its header");
     size -= headerBytes;
   }
   if (size > m_range.Remaining())

@@ -26,25 +26,36 @@ int CodeOfCause(int cause) {
 
 } // namespace
 
-int WriteWholeFile(const std::string& path, const void* data, std::size_t size, bool /*silent*/) {
+int WriteWholeFile(const std::string& path, const void* data, std::size_t size, bool silent) {
+  return WriteWholeFile(path, {FilePiece{data, size}}, silent);
+}
+
+int WriteWholeFile(const std::string& path, const std::vector<FilePiece>& pieces, bool /*silent*/) {
   // The stream writes beside the target and renames over it on a clean close.
   CStdioFile file;
   int cause = CFileException::none;
   if (!file.Open(path, CStdioFile::modeWrite, &cause))
     return IO_FILE_CANT_OPEN;
-  const auto* bytes = static_cast<const std::uint8_t*>(data);
+  std::size_t total = 0;
+  for (const FilePiece& piece : pieces)
+    total += piece.size;
   // Pieces small enough that a cancel is answered between two of them.
-  constexpr std::size_t kPiece = std::size_t(4) << 20;
-  CCancelCheck cancel(size, 1);
+  constexpr std::size_t kStep = std::size_t(4) << 20;
+  CCancelCheck cancel(total, 1);
+  std::size_t written = 0;
   try {
-    for (std::size_t done = 0; done < size;) {
-      if (cancel.At(done)) {
-        file.Abort();
-        return IO_FILE_CANCELLED;
+    for (const FilePiece& piece : pieces) {
+      const auto* bytes = static_cast<const std::uint8_t*>(piece.data);
+      for (std::size_t done = 0; done < piece.size;) {
+        if (cancel.At(written)) {
+          file.Abort();
+          return IO_FILE_CANCELLED;
+        }
+        const std::size_t n = std::min(piece.size - done, kStep);
+        file.Write(bytes + done, n);
+        done += n;
+        written += n;
       }
-      const std::size_t n = std::min(size - done, kPiece);
-      file.Write(bytes + done, n);
-      done += n;
     }
     if (int failed = file.GetWriteError()) {
       file.Abort();

@@ -6,11 +6,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace meshcore::codec {
 
 // The library's I/O code: 1 (ok), -1 (cannot open), -5 (disk full), -6 (access denied),
 // -9 (the thread was asked to stop; nothing is written).
 int WriteWholeFile(const std::string& path, const void* data, std::size_t size, bool silent);
+
+// The same for a file made of several pieces written one after the other
+// (a header built last and a large body, say), without joining them first.
+struct FilePiece {
+  const void* data;
+  std::size_t size;
+};
+int WriteWholeFile(const std::string& path, const std::vector<FilePiece>& pieces, bool silent);
 
 } // namespace meshcore::codec

@@ -23,6 +23,7 @@ private:
 // A readable form of a chunk id: its characters when they are printable, else hex.
 std::string IdToString(std::uint32_t id, unsigned bytes = 4);
 // "<context> at byte <offset>: <what>", or "at byte <offset>: <what>" without context.
-std::string DescribeFailure(const std::string& context, std::size_t offset, const std::string& what);
+std::string DescribeFailure(const std::string& context, std::size_t offset,
+                            const std::string& what);
 
 } // namespace meshcore::codec

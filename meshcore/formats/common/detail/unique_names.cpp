@@ -2,8 +2,7 @@
 
 namespace meshcore::codec {
 
-std::string MakeUniqueName(std::set<std::string>& used, const std::string& base,
-                           int maxAttempts) {
+std::string MakeUniqueName(std::set<std::string>& used, const std::string& base, int maxAttempts) {
   std::string name = base;
   for (int attempt = 1; attempt <= maxAttempts && used.count(name); ++attempt)
     name = base + std::to_string(attempt);

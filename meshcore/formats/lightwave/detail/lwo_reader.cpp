@@ -4,7 +4,6 @@
 #include "meshcore/formats/common/detail/chunk_walker.h"
 #include "meshcore/platform/cancel.h"
 
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -19,9 +18,9 @@ namespace {
 
 using codec::CBinaryCursor;
 using codec::CFormatError;
+using codec::LoadF32BE;
 using codec::LoadU16BE;
 using codec::LoadU32BE;
-using codec::LoadF32BE;
 
 // Records between two polls of the cancel flag inside one chunk.
 constexpr unsigned kPollPeriod = 8192;
@@ -96,8 +95,7 @@ class Loader {
 public:
   Loader(const std::uint8_t* data, std::size_t size, const LwLoadOptions& options,
          LwLoadStatus& status)
-      : base_(data), size_(size), options_(options), status_(status),
-        cancel_(size, kPollPeriod) {}
+      : base_(data), size_(size), options_(options), status_(status), cancel_(size, kPollPeriod) {}
 
   std::unique_ptr<st_lwObject> Run();
 
@@ -145,17 +143,18 @@ std::unique_ptr<st_lwObject> Loader::Run() {
                 type = LoadU32BE(base_ + 8);
   if (form != lwid::FORM || (type != lwid::LWO2 && type != lwid::LWOB)) {
     status_.position = 12;
-    status_.detail = "not a Lightwave object (" + codec::IdToString(form) + " " +
-                     codec::IdToString(type) + ")";
+    status_.detail =
+        "not a Lightwave object (" + codec::IdToString(form) + " " + codec::IdToString(type) + ")";
     return nullptr;
   }
   // A form that claims more bytes than the file holds is a truncated file.
   std::uint64_t formEnd = std::uint64_t(formSize) + 8;
   if (formEnd > size_ || formEnd < 12) {
     status_.position = 4;
-    status_.detail = codec::DescribeFailure("FORM", 4,
-                                            "size " + std::to_string(formSize) + " but the file has " +
-                                                std::to_string(size_ - 8) + " bytes after it");
+    status_.detail =
+        codec::DescribeFailure("FORM", 4,
+                               "size " + std::to_string(formSize) + " but the file has " +
+                                   std::to_string(size_ - 8) + " bytes after it");
     return nullptr;
   }
   try {
@@ -173,9 +172,9 @@ std::unique_ptr<st_lwObject> Loader::Run() {
     Finish();
   } catch (const CFormatError& bad) {
     status_.position = bad.GetOffset();
-    status_.detail = codec::DescribeFailure(
-        status_.chunkId ? codec::IdToString(status_.chunkId) : std::string(), bad.GetOffset(),
-        bad.GetWhat());
+    status_.detail =
+        codec::DescribeFailure(status_.chunkId ? codec::IdToString(status_.chunkId) : std::string(),
+                               bad.GetOffset(), bad.GetWhat());
     return nullptr;
   } catch (const Cancelled&) {
     status_.cancelled = true;
@@ -191,8 +190,9 @@ std::unique_ptr<st_lwObject> Loader::Run() {
 }
 
 template <class Handler> void Loader::ForEachChunk(std::size_t formEnd, Handler handler) {
-  codec::CChunkWalker walker(CBinaryCursor(base_, base_ + 12, base_ + formEnd, codec::ByteOrder::Big),
-                             codec::kIffChunks, options_.cancellable ? &cancel_ : nullptr);
+  codec::CChunkWalker walker(
+      CBinaryCursor(base_, base_ + 12, base_ + formEnd, codec::ByteOrder::Big), codec::kIffChunks,
+      options_.cancellable ? &cancel_ : nullptr);
   codec::Chunk chunk;
   for (;;) {
     status_.chunkId = 0;
