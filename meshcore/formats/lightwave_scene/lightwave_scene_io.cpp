@@ -261,7 +261,7 @@ C3DScene* CLightwaveSceneIo::ReadFromMemory(const void* data, std::size_t size, 
 }
 
 C3DScene* CLightwaveSceneIo::ReadText(const void* data, std::size_t size, unsigned flags) {
-  m_searchPaths = C3DPreferences::Get3DPreferences().GetLWPaths();
+  m_finder = std::make_unique<lws::CObjectFinder>(C3DPreferences::Get3DPreferences().GetLWPaths());
   m_lines = std::make_unique<Lines>(data, size);
   m_line.clear();
   m_linePos = 0;
@@ -321,6 +321,7 @@ C3DScene* CLightwaveSceneIo::ReadText(const void* data, std::size_t size, unsign
   m_line.shrink_to_fit();
   m_cache.clear();
   m_found.clear();
+  m_finder.reset();
   m_scene = nullptr;
 
   if (outOfMemory) {
@@ -402,11 +403,11 @@ void CLightwaveSceneIo::ReadObject() {
 
   auto found = m_found.find(name);
   if (found == m_found.end()) {
-    std::string path = lws::FindObjectFile(m_directory, name, m_searchPaths);
+    std::string path = m_finder->FindObjectFile(m_directory, name);
     // "<item id> <file>" in newer files, unless a file is named so whole.
     if (path.empty())
       if (std::string_view rest = AfterItemId(name); !rest.empty())
-        path = lws::FindObjectFile(m_directory, rest, m_searchPaths);
+        path = m_finder->FindObjectFile(m_directory, rest);
     found = m_found.emplace(name, std::move(path)).first;
   }
   if (found->second.empty())

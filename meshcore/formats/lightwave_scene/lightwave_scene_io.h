@@ -21,6 +21,9 @@ namespace meshcore {
 
 class C3DScene;
 class C3DSceneNode;
+namespace lws {
+class CObjectFinder;
+}
 
 // Custom-data record that every item node carries, and its keys.
 inline constexpr unsigned kCustomLightwaveScene = 0x4C575343; // 'LWSC'
@@ -91,7 +94,7 @@ private:
   // Reading state.
   C3DScene* m_scene = nullptr;
   std::string m_directory;
-  std::vector<std::string> m_searchPaths;
+  std::unique_ptr<lws::CObjectFinder> m_finder;
   struct Lines;
   std::unique_ptr<Lines> m_lines;
   std::string m_line;

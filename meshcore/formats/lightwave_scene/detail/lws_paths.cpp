@@ -10,13 +10,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool SameNoCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           auto lower = [](unsigned char c) {
-             return c >= 'A' && c <= 'Z' ? char(c + 32) : char(c);
-           };
-           return lower(static_cast<unsigned char>(x)) == lower(static_cast<unsigned char>(y));
-         });
+std::string Lower(std::string_view text) {
+  std::string out(text);
+  for (char& c : out)
+    if (c >= 'A' && c <= 'Z')
+      c = char(c + 32);
+  return out;
 }
 
 std::vector<std::string_view> Components(std::string_view name) {
@@ -33,31 +32,52 @@ std::vector<std::string_view> Components(std::string_view name) {
   return parts;
 }
 
-// The entry of folder spelt like part, exactly or else ignoring case.
-bool FindEntry(fs::path& folder, std::string_view part) {
+} // namespace
+
+const CObjectFinder::Listing& CObjectFinder::List(const std::string& folder) {
+  auto [it, added] = m_listings.try_emplace(folder);
+  if (!added)
+    return it->second;
+  Listing& listing = it->second;
   std::error_code ec;
-  fs::path exact = folder / fs::path(std::string(part));
-  if (fs::exists(exact, ec)) {
-    folder = std::move(exact);
-    return true;
+  fs::directory_iterator entries(folder.empty() ? fs::path(".") : fs::path(folder), ec);
+  if (ec)
+    return listing;
+  listing.exists = true;
+  for (fs::directory_iterator end; !ec && entries != end; entries.increment(ec)) {
+    std::string name = entries->path().filename().string();
+    listing.entries[Lower(name)].push_back(std::move(name));
   }
-  if (part == "..")
-    return false;
-  std::string best;
-  for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
-    const std::string entry = it->path().filename().string();
-    if (SameNoCase(entry, part) && (best.empty() || entry < best))
-      best = entry;
-  }
-  if (best.empty())
-    return false;
-  folder /= best;
-  return true;
+  for (auto& [key, names] : listing.entries)
+    std::sort(names.begin(), names.end());
+  return listing;
 }
 
-std::string Search(const std::string& directory, std::string_view relative,
-                   const std::vector<std::string>& searchPaths) {
+std::string CObjectFinder::FindCaseInsensitive(const std::string& base, std::string_view relative) {
+  const auto parts = Components(relative);
+  if (parts.empty())
+    return {};
+  fs::path path(base);
+  for (std::string_view part : parts) {
+    if (part == "..") {
+      path /= "..";
+      continue;
+    }
+    const Listing& listing = List(path.string());
+    auto it = listing.entries.find(Lower(part));
+    if (it == listing.entries.end())
+      return {};
+    const auto& names = it->second;
+    auto exact = std::find(names.begin(), names.end(), part);
+    path /= exact != names.end() ? *exact : names.front();
+  }
   std::error_code ec;
+  if (!fs::exists(path, ec) || fs::is_directory(path, ec))
+    return {};
+  return path.lexically_normal().string();
+}
+
+std::string CObjectFinder::Search(const std::string& directory, std::string_view relative) {
   fs::path dir = directory.empty() ? fs::path(".") : fs::path(directory);
   // Up the parent folders: scenes often sit in a folder beside the objects'.
   for (int guard = 0; guard < 4096; ++guard) {
@@ -69,7 +89,7 @@ std::string Search(const std::string& directory, std::string_view relative,
       break;
     dir = std::move(parent);
   }
-  for (const std::string& path : searchPaths) {
+  for (const std::string& path : m_searchPaths) {
     if (path.empty())
       continue;
     std::string found = FindCaseInsensitive(path, relative);
@@ -79,24 +99,7 @@ std::string Search(const std::string& directory, std::string_view relative,
   return {};
 }
 
-} // namespace
-
-std::string FindCaseInsensitive(const std::string& base, std::string_view relative) {
-  const auto parts = Components(relative);
-  if (parts.empty())
-    return {};
-  fs::path path(base);
-  for (std::string_view part : parts)
-    if (!FindEntry(path, part))
-      return {};
-  std::error_code ec;
-  if (fs::is_directory(path, ec) || !fs::exists(path, ec))
-    return {};
-  return path.lexically_normal().string();
-}
-
-std::string FindObjectFile(const std::string& directory, std::string_view name,
-                           const std::vector<std::string>& searchPaths) {
+std::string CObjectFinder::FindObjectFile(const std::string& directory, std::string_view name) {
   std::string local(name);
   std::replace(local.begin(), local.end(), '\\', '/');
   if (local.empty())
@@ -108,13 +111,11 @@ std::string FindObjectFile(const std::string& directory, std::string_view name,
     rest.remove_prefix(colon + 1);
     // A volume is a root folder of that name when this system has one.
     std::error_code ec;
-    if (!volume.empty() && volume.find('/') == std::string::npos) {
-      const fs::path root = fs::path("/") / volume;
-      if (fs::is_directory(root, ec)) {
-        std::string found = FindCaseInsensitive(root.string(), rest);
-        if (!found.empty())
-          return found;
-      }
+    const fs::path root = fs::path("/") / volume;
+    if (!volume.empty() && volume.find('/') == std::string::npos && fs::is_directory(root, ec)) {
+      std::string found = FindCaseInsensitive(root.string(), rest);
+      if (!found.empty())
+        return found;
     }
   } else if (local.front() == '/') {
     std::string found = FindCaseInsensitive("/", rest);
@@ -123,7 +124,7 @@ std::string FindObjectFile(const std::string& directory, std::string_view name,
   }
   while (!rest.empty() && rest.front() == '/')
     rest.remove_prefix(1);
-  return Search(directory, rest, searchPaths);
+  return Search(directory, rest);
 }
 
 } // namespace meshcore::lws
