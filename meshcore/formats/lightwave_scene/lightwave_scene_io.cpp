@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <climits>
 #include <filesystem>
 #include <new>
 #include <system_error>
@@ -299,7 +300,8 @@ C3DScene* CLightwaveSceneIo::ReadText(const void* data, std::size_t size, unsign
         // Only the layered form names what to load; the item takes no number.
         m_current = -1;
       } else if (token == "addlight" || token == "addcamera" || token == "addbone") {
-        ++m_itemCounter;
+        if (m_itemCounter < INT_MAX)
+          ++m_itemCounter;
         m_current = -1;
       } else if (token == "addnullobject") {
         AddNullObject();
@@ -363,7 +365,9 @@ int CLightwaveSceneIo::ItemIndex(const C3DSceneNode* node) const {
 void CLightwaveSceneIo::NewItem(C3DSceneNode* node) {
   Item item;
   item.node = node;
-  item.number = m_itemCounter++;
+  item.number = m_itemCounter;
+  if (m_itemCounter < INT_MAX)
+    ++m_itemCounter;
   m_current = int(m_items.size());
   m_itemOfNode[node] = m_current;
   m_itemOfNumber.emplace(item.number, m_current);
