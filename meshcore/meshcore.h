@@ -16,6 +16,7 @@
 #include "meshcore/formats/gltf/gltf_io.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/lightwave/lightwave_io.h"
+#include "meshcore/formats/lightwave_scene/lightwave_scene_io.h"
 #include "meshcore/geometry/gamma.h"
 #include "meshcore/geometry/hsl.h"
 #include "meshcore/geometry/matrix_4x4.h"
