@@ -167,9 +167,9 @@ private:
     points->SetSize(int(pointCount));
     C3DPoint* p = points->GetFirst();
     for (std::size_t i = 0; i < pointCount; ++i) {
-      p[i].x = mesh.points[i * 3];
-      p[i].y = mesh.points[i * 3 + 1];
-      p[i].z = mesh.points[i * 3 + 2];
+      p[i].x = mesh.Point(i, 0);
+      p[i].y = mesh.Point(i, 1);
+      p[i].z = mesh.Point(i, 2);
     }
 
     // Materials by face: faces named by no group keep the default material.
@@ -188,18 +188,18 @@ private:
       face.SetSize(3);
       int* idx = face.GetData();
       for (int k = 0; k < 3; ++k)
-        idx[k] = mesh.faces[f * 4 + std::size_t(k)];
+        idx[k] = mesh.Face(f, unsigned(k));
       face.SetMaterialID(material[f] != kNoChannel ? material[f] : DefaultMaterial());
     }
 
-    if (!mesh.uvs.empty()) {
+    if (mesh.UVCount() > 0) {
       // One texture point per mesh point; a short list leaves the rest at 0.
       auto channel = std::make_unique<CUVWChannel>();
       CUVWPointList& uvs = *channel->GetUVWPointList();
       uvs.SetSize(int(pointCount));
-      const std::size_t given = std::min(pointCount, mesh.uvs.size() / 2);
+      const std::size_t given = std::min(pointCount, mesh.UVCount());
       for (std::size_t i = 0; i < given; ++i)
-        uvs[int(i)].SetUV(mesh.uvs[i * 2], -mesh.uvs[i * 2 + 1], 0); // v runs upwards in the file
+        uvs[int(i)].SetUV(mesh.UV(i, 0), -mesh.UV(i, 1), 0); // v runs upwards in the file
       CUVWFaceList& uvFaces = *channel->GetUVWFaceList();
       uvFaces.SetSize(int(faceCount));
       for (std::size_t f = 0; f < faceCount; ++f) {
@@ -211,11 +211,14 @@ private:
       object->AddChannel(channel.release());
       object->SetGlobalUVWChannel(id);
       // The maps of the materials this mesh uses are placed by its coordinates.
-      for (unsigned m : material)
-        if (m != kNoChannel)
-          if (C3DMaterial* mat = m_scene.GetMaterial(m))
-            if (CMaterialMap* map = mat->GetDiffuseMaps(); map && map->GetChannelID() == kNoChannel)
-              map->SetChannelID(id);
+      std::set<unsigned> used;
+      for (const tds::FaceGroup& group : mesh.groups)
+        if (auto it = m_materialByName.find(group.material); it != m_materialByName.end())
+          used.insert(it->second);
+      for (unsigned m : used)
+        if (C3DMaterial* mat = m_scene.GetMaterial(m))
+          if (CMaterialMap* map = mat->GetDiffuseMaps(); map && map->GetChannelID() == kNoChannel)
+            map->SetChannelID(id);
     }
     object->SetPointList(points.release());
     object->SetFaceList(faces.release());

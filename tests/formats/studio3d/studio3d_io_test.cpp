@@ -183,7 +183,7 @@ TEST_F(Studio3dIo, SamplesLoadPlacedAsTheirPointsSayAndConvert) {
     std::size_t faces = 0;
     for (const auto& mesh : raw.meshes) {
       for (std::size_t i = 0; i < mesh.PointCount(); ++i)
-        expected.Add(mesh.points[i * 3], mesh.points[i * 3 + 1], mesh.points[i * 3 + 2]);
+        expected.Add(mesh.Point(i, 0), mesh.Point(i, 1), mesh.Point(i, 2));
       faces += mesh.FaceCount();
     }
 

@@ -5,6 +5,7 @@
 // and a scene; the reader and the writer only deal with bytes.
 
 #include "meshcore/formats/common/detail/binary_writer.h"
+#include "meshcore/formats/common/detail/byte_order.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -106,17 +107,36 @@ struct FaceGroup {
 struct Mesh {
   std::string name;
   bool hidden = false;
-  std::vector<float> points;        // x, y, z per point, world coordinates
-  std::vector<std::uint16_t> faces; // a, b, c, flags per face
-  std::vector<float> uvs;           // u, v per point; empty when none
+  // Written from these: x, y, z per point in world coordinates; a, b, c,
+  // flags per face; u, v per point (empty when none).
+  std::vector<float> points;
+  std::vector<std::uint16_t> faces;
+  std::vector<float> uvs;
+  // Read into these instead: the arrays where they lie in the file's bytes,
+  // which the caller keeps alive, so that a large file is not copied twice.
+  const std::uint8_t* pointBytes = nullptr;
+  const std::uint8_t* faceBytes = nullptr;
+  const std::uint8_t* uvBytes = nullptr;
+  std::size_t pointsRead = 0, facesRead = 0, uvsRead = 0;
   std::vector<FaceGroup> groups;
   std::vector<std::uint32_t> smoothing; // one word per face, or empty
   // The local axes (x, y, z) and the origin, as rows of three.
   float matrix[12] = {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0};
   bool hasMatrix = false;
 
-  std::size_t PointCount() const { return points.size() / 3; }
-  std::size_t FaceCount() const { return faces.size() / 4; }
+  std::size_t PointCount() const { return pointBytes ? pointsRead : points.size() / 3; }
+  std::size_t FaceCount() const { return faceBytes ? facesRead : faces.size() / 4; }
+  std::size_t UVCount() const { return uvBytes ? uvsRead : uvs.size() / 2; }
+  // Coordinate k of point i, word k of face f, component k of texture point i.
+  float Point(std::size_t i, unsigned k) const {
+    return pointBytes ? codec::LoadF32LE(pointBytes + 12 * i + 4 * k) : points[i * 3 + k];
+  }
+  std::uint16_t Face(std::size_t f, unsigned k) const {
+    return faceBytes ? codec::LoadU16LE(faceBytes + 8 * f + 2 * k) : faces[f * 4 + k];
+  }
+  float UV(std::size_t i, unsigned k) const {
+    return uvBytes ? codec::LoadF32LE(uvBytes + 8 * i + 4 * k) : uvs[i * 2 + k];
+  }
 };
 
 struct Node {
@@ -142,8 +162,8 @@ struct File {
 
 enum class ReadResult { Ok, Cancelled, BadFormat };
 
-// Decodes a whole file. On BadFormat, detail says which chunk, at which byte,
-// and what did not fit. cancel may be null.
+// Decodes a whole file; the meshes' arrays stay in data. On BadFormat, detail says which chunk, at
+// which byte, and what did not fit. cancel may be null.
 ReadResult ReadFile(const void* data, std::size_t size, File& file, CCancelCheck* cancel,
                     std::string& detail);
 

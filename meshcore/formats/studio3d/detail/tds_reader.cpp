@@ -120,13 +120,9 @@ private:
       case kPoints: {
         const std::uint16_t n = c.body.U16();
         c.body.NeedRecords(n, 12, "points");
-        mesh.points.resize(std::size_t(n) * 3);
-        const std::uint8_t* p = c.body.Data();
-        for (std::size_t i = 0; i < mesh.points.size(); ++i)
-          mesh.points[i] = codec::LoadF32LE(p + 4 * i);
+        mesh.pointBytes = c.body.Data();
+        mesh.pointsRead = n;
         c.body.Skip(std::size_t(n) * 12);
-        if (m_cancel && m_cancel->Advance(n))
-          throw Cancelled{};
         break;
       }
       case kFaces:
@@ -136,10 +132,8 @@ private:
       case kTexCoords: {
         const std::uint16_t n = c.body.U16();
         c.body.NeedRecords(n, 8, "texture coordinates");
-        mesh.uvs.resize(std::size_t(n) * 2);
-        const std::uint8_t* p = c.body.Data();
-        for (std::size_t i = 0; i < mesh.uvs.size(); ++i)
-          mesh.uvs[i] = codec::LoadF32LE(p + 4 * i);
+        mesh.uvBytes = c.body.Data();
+        mesh.uvsRead = n;
         c.body.Skip(std::size_t(n) * 8);
         break;
       }
@@ -156,10 +150,10 @@ private:
     const std::size_t points = mesh.PointCount();
     for (std::size_t f = 0; f < mesh.FaceCount(); ++f)
       for (unsigned k = 0; k < 3; ++k)
-        if (mesh.faces[f * 4 + k] >= points) {
+        if (mesh.Face(f, k) >= points) {
           m_chunk = kFaces;
           throw CFormatError(facesAt, "face " + std::to_string(f) + " uses point " +
-                                          std::to_string(mesh.faces[f * 4 + k]) + " past the " +
+                                          std::to_string(mesh.Face(f, k)) + " past the " +
                                           std::to_string(points) + " points of the mesh");
         }
   }
@@ -167,13 +161,9 @@ private:
   void Faces(CBinaryCursor body, Mesh& mesh) {
     const std::uint16_t n = body.U16();
     body.NeedRecords(n, 8, "faces");
-    mesh.faces.resize(std::size_t(n) * 4);
-    const std::uint8_t* p = body.Data();
-    for (std::size_t i = 0; i < mesh.faces.size(); ++i)
-      mesh.faces[i] = codec::LoadU16LE(p + 2 * i);
+    mesh.faceBytes = body.Data();
+    mesh.facesRead = n;
     body.Skip(std::size_t(n) * 8);
-    if (m_cancel && m_cancel->Advance(n))
-      throw Cancelled{};
     Walk(body, [&](Chunk& c) {
       if (c.id == kFaceMaterial) {
         FaceGroup& group = mesh.groups.emplace_back();
