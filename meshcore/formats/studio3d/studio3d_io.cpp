@@ -404,7 +404,9 @@ private:
       out.transparency = std::clamp(m.GetTransparencyFactor(), 0.0f, 1.0f);
       if (CMaterialMap* map = m.GetDiffuseMaps(); map && !map->GetFileName().empty()) {
         out.hasMap = true;
-        out.map.file = map->GetFileName();
+        // Readers look for the image beside the file, by a name of limited length.
+        const std::string& file = map->GetFileName();
+        out.map.file = Truncated(file.substr(file.find_last_of("/\\") + 1), tds::kMapNameMax);
         const C4x4Matrix& t = map->GetMatrix();
         out.map.uScale = t.m[0][0];
         out.map.vScale = t.m[1][1];
@@ -423,7 +425,8 @@ private:
     k.id = NextId() - 1;
     k.hasId = true;
     k.name = tds::kDummyName;
-    k.instance = node->GetName().empty() ? "Group" : node->GetName();
+    k.instance =
+        Truncated(node->GetName().empty() ? "Group" : node->GetName(), tds::kObjectNameMax);
     k.parent = parent;
     return k.id;
   }

@@ -434,7 +434,7 @@ TEST_F(Studio3dIo, SceneRoundTripKeepsGeometryMaterialsTexturesAndGroups) {
   EXPECT_EQ(red->GetDiffuseColor().b, 0);
   EXPECT_NEAR(red->GetTransparencyFactor(), 0.5f, 0.01f);
   ASSERT_TRUE(red->GetDiffuseMaps());
-  EXPECT_EQ(red->GetDiffuseMaps()->GetFileName(), "maps/brick.png");
+  EXPECT_EQ(red->GetDiffuseMaps()->GetFileName(), "brick.png"); // looked up beside the file
   EXPECT_NE(back->GetMaterialID("Blue"), kNoChannel);
 }
 

@@ -78,6 +78,7 @@ inline constexpr std::uint16_t kNoParent = 0xFFFF;
 // Names as the format stores them: object names, material names.
 inline constexpr std::size_t kObjectNameMax = 10;
 inline constexpr std::size_t kMaterialNameMax = 16;
+inline constexpr std::size_t kMapNameMax = 63;
 inline constexpr std::size_t kMaxCount = 0xFFFF;
 
 struct Color {
