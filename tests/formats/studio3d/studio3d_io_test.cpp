@@ -368,6 +368,7 @@ std::unique_ptr<C3DScene> MakeScene() {
   (*tri->GetFaceList())[0].SetMaterialID(9999);
   auto* triNode = new C3DSceneNode(tri.release(), 1);
   triNode->SetName("Quads with a long name");
+  triNode->SetFlag(SCENE_NODE_NO_FACE_BOX, 1); // hidden
   scene->AddNode(nullptr, triNode);
   return scene;
 }
@@ -423,9 +424,10 @@ TEST_F(Studio3dIo, SceneRoundTripKeepsGeometryMaterialsTexturesAndGroups) {
   const C3DBaseObject* object = nullptr;
   for (C3DSceneNode* cursor = back->GetFirstNode(nullptr); cursor;)
     if (C3DSceneNode* node = back->GetNextNode(object, cursor, nullptr))
-      nodes.emplace_back(node->GetName(), back->GetNodeDepth(node));
+      nodes.emplace_back(node->GetName() + (node->IsFlagSet(SCENE_NODE_NO_FACE_BOX) ? "*" : ""),
+                         back->GetNodeDepth(node));
   const std::vector<std::pair<std::string, unsigned>> expected = {
-      {"Quads with", 0}, {"Group", 0}, {"Quads wit1", 1}};
+      {"Quads with*", 0}, {"Group", 0}, {"Quads wit1", 1}};
   EXPECT_EQ(nodes, expected);
 
   const C3DMaterial* red = back->GetMaterial(back->GetMaterialID("A rather long ma"));

@@ -63,7 +63,7 @@ private:
     auto chunk = Open(id);
     auto percent = Open(kPercentI);
     float p = value * 100.0f;
-    p = p < 0 ? 0 : p > 100 ? 100 : p;
+    p = !(p > 0) ? 0 : p > 100 ? 100 : p; // NaN too
     w.U16(std::uint16_t(std::lround(p)));
   }
 
@@ -79,8 +79,9 @@ private:
     PercentChunk(kMatShininess, m.shininess);
     PercentChunk(kMatShinStrength, m.shinStrength);
     PercentChunk(kMatTransparency, m.transparency);
-    if (m.twoSided)
+    if (m.twoSided) {
       auto twoSided = Open(kMatTwoSided);
+    }
     {
       auto shading = Open(kMatShading);
       w.U16(3); // Phong
@@ -113,8 +114,9 @@ private:
   bool MeshChunk(const Mesh& mesh) {
     auto object = Open(kObject);
     w.ZString(mesh.name);
-    if (mesh.hidden)
+    if (mesh.hidden) {
       auto hidden = Open(kObjectHidden);
+    }
     auto tri = Open(kTriMesh);
     {
       auto points = Open(kPoints);
