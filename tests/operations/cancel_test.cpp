@@ -177,7 +177,13 @@ void CancelAtSeveralPoints(const std::function<std::unique_ptr<C3DObject>()>& ma
   int stopped = 0;
   for (const double share : {0.0, 0.2, 0.5, 0.8}) {
     mesh = make();
-    const Outcome run = RunWorker([&] { return op(*mesh); }, share * full.seconds);
+    Outcome run = RunWorker([&] { return op(*mesh); }, share * full.seconds);
+    if (run.result == cancelled && run.latency >= kLatencyLimit) {
+      // A machine busy with other work can hold the thread off the
+      // processor: a slow stop is tried once more.
+      mesh = make();
+      run = RunWorker([&] { return op(*mesh); }, share * full.seconds);
+    }
     if (run.result != cancelled) {
       // Asked too late (or not at all): the work is whole.
       EXPECT_EQ(run.result, full.result) << what << " at " << share;

@@ -1,0 +1,184 @@
+// Loading a large 3D Studio file: the whole codec through C3DIo against a
+// floor that only reads the file and copies its point, face and texture
+// arrays out. The file (16 meshes of 180 x 180 quads cut into triangles, with
+// texture coordinates, about a million triangles) is generated on first use.
+
+#include "meshcore/formats/common/detail/byte_order.h"
+#include "meshcore/formats/library.h"
+#include "meshcore/formats/studio3d/detail/tds_file.h"
+#include "meshcore/io/file_io.h"
+#include "meshcore/io/io_3d.h"
+#include "meshcore/scene/scene.h"
+
+#include <benchmark/benchmark.h>
+
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+using namespace meshcore;
+
+namespace {
+
+constexpr int kMeshes = 16;
+constexpr int kSide = 180;
+
+const std::string& BigFile() {
+  static const std::string path = [] {
+    std::string p = (std::filesystem::temp_directory_path() / "meshcore_bench_1m.3ds").string();
+    tds::File file;
+    tds::Material& m = file.materials.emplace_back();
+    m.name = "Grey";
+    m.diffuse = {{0.5f, 0.5f, 0.5f}, true};
+    const int n = kSide + 1;
+    for (int k = 0; k < kMeshes; ++k) {
+      tds::Mesh& mesh = file.meshes.emplace_back();
+      mesh.name = "Grid" + std::to_string(k);
+      for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x) {
+          mesh.points.insert(mesh.points.end(),
+                             {float(x + k * kSide), float(y), float((x * 7 + y * 3) % 5) * 0.1f});
+          mesh.uvs.insert(mesh.uvs.end(), {float(x) / kSide, float(y) / kSide});
+        }
+      tds::FaceGroup& group = mesh.groups.emplace_back();
+      group.material = "Grey";
+      for (int y = 0; y < kSide; ++y)
+        for (int x = 0; x < kSide; ++x) {
+          const auto a = std::uint16_t(y * n + x);
+          const auto b = std::uint16_t(a + 1), c = std::uint16_t(a + n),
+                     d = std::uint16_t(a + n + 1);
+          for (std::uint16_t v : {a, b, d, std::uint16_t(7), a, d, c, std::uint16_t(7)})
+            mesh.faces.push_back(v);
+        }
+      for (std::size_t f = 0; f < mesh.FaceCount(); ++f)
+        group.faces.push_back(std::uint16_t(f));
+    }
+    codec::CBinaryWriter writer(codec::ByteOrder::Little);
+    tds::WriteFile(file, writer, nullptr);
+    std::FILE* out = std::fopen(p.c_str(), "wb");
+    std::fwrite(writer.GetBuffer().data(), 1, writer.GetBuffer().size(), out);
+    std::fclose(out);
+    return p;
+  }();
+  return path;
+}
+
+// As in the Lightwave benchmark: a fixed mmap threshold keeps every iteration cold.
+void FixAllocatorThresholds() {
+#if defined(__GLIBC__)
+  static const bool once = [] {
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    return true;
+  }();
+  (void)once;
+#endif
+}
+
+void BM_3dsFullLoad(benchmark::State& state) {
+  FixAllocatorThresholds();
+  InitMeshcore();
+  const std::string& path = BigFile();
+  std::size_t faces = 0;
+  for (auto _ : state) {
+    C3DIo io(path, FILE_PARSER_SILENT);
+    std::unique_ptr<C3DScene> scene(io.Read(0, 0));
+    if (!scene) {
+      state.SkipWithError("read failed");
+      return;
+    }
+    faces = std::size_t(scene->GetFaceNbr());
+    state.PauseTiming(); // freeing the scene is not part of loading it
+    scene.reset();
+    state.ResumeTiming();
+  }
+  state.counters["triangles"] = double(faces);
+  state.counters["file_MB"] = double(std::filesystem::file_size(path)) / 1e6;
+}
+
+// Reads the file and copies every mesh's points, faces and texture
+// coordinates into flat arrays, walking only the chunks that lead to them.
+void BM_3dsFloor(benchmark::State& state) {
+  FixAllocatorThresholds();
+  const std::string& path = BigFile();
+  std::size_t faces = 0;
+  for (auto _ : state) {
+    const std::size_t size = std::filesystem::file_size(path);
+    std::unique_ptr<std::uint8_t[]> bytes(new std::uint8_t[size]);
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    const bool ok = std::fread(bytes.get(), 1, size, f) == size;
+    std::fclose(f);
+    if (!ok) {
+      state.SkipWithError("read failed");
+      return;
+    }
+    std::vector<float> points, uvs;
+    std::vector<std::uint32_t> indices;
+    faces = 0;
+    auto walk = [&](auto&& self, std::size_t pos, std::size_t end) -> void {
+      while (pos + 6 <= end) {
+        const std::uint16_t id = codec::LoadU16LE(&bytes[pos]);
+        const std::size_t length = codec::LoadU32LE(&bytes[pos + 2]);
+        const std::uint8_t* p = &bytes[pos + 6];
+        switch (id) {
+        case tds::kMain:
+        case tds::kEditor:
+        case tds::kTriMesh:
+          self(self, pos + 6, pos + length);
+          break;
+        case tds::kObject: {
+          std::size_t name = pos + 6;
+          while (bytes[name])
+            ++name;
+          self(self, name + 1, pos + length);
+          break;
+        }
+        case tds::kPoints: {
+          const std::size_t n = codec::LoadU16LE(p) * 3u;
+          const std::size_t at = points.size();
+          points.resize(at + n);
+          for (std::size_t i = 0; i < n; ++i)
+            points[at + i] = codec::LoadF32LE(p + 2 + 4 * i);
+          break;
+        }
+        case tds::kTexCoords: {
+          const std::size_t n = codec::LoadU16LE(p) * 2u;
+          const std::size_t at = uvs.size();
+          uvs.resize(at + n);
+          for (std::size_t i = 0; i < n; ++i)
+            uvs[at + i] = codec::LoadF32LE(p + 2 + 4 * i);
+          break;
+        }
+        case tds::kFaces: {
+          const std::size_t n = codec::LoadU16LE(p);
+          const std::size_t at = indices.size();
+          indices.resize(at + n * 3);
+          for (std::size_t i = 0; i < n; ++i)
+            for (std::size_t k = 0; k < 3; ++k)
+              indices[at + i * 3 + k] = codec::LoadU16LE(p + 2 + 8 * i + 2 * k);
+          faces += n;
+          break;
+        }
+        default:
+          break;
+        }
+        pos += length;
+      }
+    };
+    walk(walk, 0, size);
+    benchmark::DoNotOptimize(points.data());
+    benchmark::DoNotOptimize(uvs.data());
+    benchmark::DoNotOptimize(indices.data());
+  }
+  state.counters["triangles"] = double(faces);
+}
+
+} // namespace
+
+BENCHMARK(BM_3dsFullLoad)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_3dsFloor)->Unit(benchmark::kMillisecond)->MinTime(2.0);
