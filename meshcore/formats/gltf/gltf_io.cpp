@@ -84,6 +84,13 @@ private:
   std::vector<std::int32_t> next_;
 };
 
+std::string Lower(std::string s) {
+  for (char& c : s)
+    if (c >= 'A' && c <= 'Z')
+      c = char(c - 'A' + 'a');
+  return s;
+}
+
 // Text of a relative path as a URI: "/" separators, reserved bytes escaped.
 std::string ToUri(const fs::path& relative) {
   static const char* hex = "0123456789ABCDEF";
@@ -571,6 +578,15 @@ fs::path Exporter::FindImage(const std::string& fileName) const {
     if (fs::is_regular_file(c, ec))
       return c;
   }
+  // Names written on systems that ignore case ("TEST.PNG" for test.png).
+  for (const fs::path& c : candidates) {
+    std::error_code ec;
+    const std::string wanted = Lower(c.filename().string());
+    for (fs::directory_iterator it(c.parent_path().empty() ? "." : c.parent_path(), ec), end;
+         !ec && it != end; it.increment(ec))
+      if (Lower(it->path().filename().string()) == wanted && it->is_regular_file(ec))
+        return it->path();
+  }
   return {};
 }
 
@@ -601,13 +617,6 @@ int Exporter::TextureIndex(const std::string& fileName) {
   }
   textures_[fileName] = index;
   return index;
-}
-
-std::string Lower(std::string s) {
-  for (char& c : s)
-    if (c >= 'A' && c <= 'Z')
-      c = char(c - 'A' + 'a');
-  return s;
 }
 
 } // namespace

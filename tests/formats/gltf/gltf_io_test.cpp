@@ -151,6 +151,17 @@ TEST_F(Gltf, FilesFromASampleAreWholeAndRepeatable) {
   ASSERT_EQ(again.Save(0, scene.get(), 0), 1);
   EXPECT_EQ(ReadFileBytes(Temp("again.glb")), bytes);
   EXPECT_EQ(scene->GetNodeNbr(1), faces);
+
+  // A map named as a system that ignores case wrote it ("TEST.PNG") is found.
+  C3DIo upper(MESHCORE_SAMPLES_DIR "/3ds/cube_with_diffuse_texture.3DS", kSilent);
+  scene.reset(upper.Read(0, 0));
+  ASSERT_TRUE(scene);
+  std::string json2;
+  std::vector<std::uint8_t> glb2;
+  C3DIo io(Temp("cube.glb"), kSilent);
+  CGltfIo codec(io);
+  ASSERT_EQ(codec.SaveToMemory(scene.get(), 0, true, Temp("cube.glb"), json2, glb2), 1);
+  EXPECT_TRUE(codec.GetMissingImages().empty());
 }
 
 TEST_F(Gltf, NormalsSplitAtSharpEdgesOnly) {
