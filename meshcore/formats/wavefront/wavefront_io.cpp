@@ -75,7 +75,7 @@ public:
                       std::any_of(n.lineMaterial.begin(), n.lineMaterial.end(), none);
     }
     if (needsDefault)
-      m_scene.GetMaterial(0);
+      FoldFactors(*m_scene.GetMaterial(0), false, false, false);
     for (const ObjMaterial& def : defined) {
       if (m_byName.count(def.name))
         continue; // the first definition of a name wins
@@ -91,18 +91,7 @@ public:
         m->SetDiffuseColor(colour(def.kd));
       if (def.hasKs)
         m->SetSpecularColor(colour(def.ks));
-      // OBJ colours carry their intensity: a colour the file gives has factor
-      // 1, and a default one gets its factor folded in, so that a material
-      // reads back as it is written.
-      if (!def.hasKa)
-        FoldFactor(m->GetAmbientColor(), m->GetAmbientFactor());
-      m->SetAmbientFactor(1.0f);
-      if (!def.hasKd)
-        FoldFactor(m->GetDiffuseColor(), m->GetDiffuseFactor());
-      m->SetDiffuseFactor(1.0f);
-      if (!def.hasKs)
-        FoldFactor(m->GetSpecularColor(), m->GetSpecularFactor());
-      m->SetSpecularFactor(1.0f);
+      FoldFactors(*m, def.hasKa, def.hasKd, def.hasKs);
       if (def.hasTransparency)
         m->SetTransparencyFactor(std::clamp(def.transparency, 0.0f, 1.0f));
       for (const auto& map : def.maps)
@@ -158,6 +147,21 @@ public:
   }
 
 private:
+  // OBJ colours carry their intensity: a colour the file gives has factor 1,
+  // and a default one gets its factor folded in, so that a material reads
+  // back as it is written.
+  static void FoldFactors(C3DMaterial& m, bool ka, bool kd, bool ks) {
+    if (!ka)
+      FoldFactor(m.GetAmbientColor(), m.GetAmbientFactor());
+    m.SetAmbientFactor(1.0f);
+    if (!kd)
+      FoldFactor(m.GetDiffuseColor(), m.GetDiffuseFactor());
+    m.SetDiffuseFactor(1.0f);
+    if (!ks)
+      FoldFactor(m.GetSpecularColor(), m.GetSpecularFactor());
+    m.SetSpecularFactor(1.0f);
+  }
+
   static void FoldFactor(CRGBColor& c, float factor) {
     if (factor == 1.0f)
       return;
@@ -459,8 +463,11 @@ public:
     m_s.push_back(c);
     return *this;
   }
-  // Shortest form that reads back to the same float.
+  // Shortest form that reads back to the same float. Readers refuse NaN and
+  // infinities (a transform can make them): those are written as 0.
   void Float(float v) {
+    if (!std::isfinite(v))
+      v = 0.0f;
     char buf[32];
     auto r = std::to_chars(buf, buf + sizeof buf, v);
     m_s.append(buf, r.ptr);
