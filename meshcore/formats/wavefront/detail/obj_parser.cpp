@@ -12,26 +12,6 @@
 
 namespace meshcore::obj {
 
-std::string_view TrimBlanks(std::string_view s) {
-  while (!s.empty() && IsBlank(s.front()))
-    s.remove_prefix(1);
-  while (!s.empty() && IsBlank(s.back()))
-    s.remove_suffix(1);
-  return s;
-}
-
-std::string_view NextWord(std::string_view& s) {
-  std::size_t b = 0;
-  while (b < s.size() && IsBlank(s[b]))
-    ++b;
-  std::size_t e = b;
-  while (e < s.size() && !IsBlank(s[e]))
-    ++e;
-  std::string_view word = s.substr(b, e - b);
-  s.remove_prefix(e);
-  return word;
-}
-
 namespace {
 
 template <class T> bool ParseLeading(std::string_view token, T& value) {

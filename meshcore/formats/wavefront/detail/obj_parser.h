@@ -96,8 +96,25 @@ std::vector<std::string> SplitLibraries(std::string_view argument, Exists exists
 inline bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\v' || c == '\f';
 }
-std::string_view TrimBlanks(std::string_view s);
-std::string_view NextWord(std::string_view& s);
+inline std::string_view TrimBlanks(std::string_view s) {
+  while (!s.empty() && IsBlank(s.front()))
+    s.remove_prefix(1);
+  while (!s.empty() && IsBlank(s.back()))
+    s.remove_suffix(1);
+  return s;
+}
+// The next blank-separated word; s moves past it. Inline: it runs per number.
+inline std::string_view NextWord(std::string_view& s) {
+  std::size_t b = 0;
+  while (b < s.size() && IsBlank(s[b]))
+    ++b;
+  std::size_t e = b;
+  while (e < s.size() && !IsBlank(s[e]))
+    ++e;
+  std::string_view word = s.substr(b, e - b);
+  s.remove_prefix(e);
+  return word;
+}
 
 template <class Exists>
 std::vector<std::string> SplitLibraries(std::string_view argument, Exists exists) {
