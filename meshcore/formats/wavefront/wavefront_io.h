@@ -1,6 +1,21 @@
 #pragma once
 // The codec of Wavefront files: reads OBJ text with its MTL material libraries
 // into a scene, writes a scene as an OBJ file with an MTL library beside it.
+//
+// How the file maps onto the model:
+// - each `o`/`g` pair is a node (a `g` inside a named `o` sits under a group
+//   node of that name); its faces make one mesh, each `l` a curve, its `p`
+//   vertices a mesh of points without faces;
+// - faces run the other way round from OBJ's counter-clockwise order;
+// - `vt` fill the object's global texture channel (v negated, as the model's v
+//   runs downwards), vertex colours a colour channel; `vn` a point-normal
+//   channel, or a face-normal channel when points carry several normals but
+//   each face one, else point normals averaged over their corners;
+// - `s`: an object whose faces are all `s off` gets the smoothing angle 0,
+//   others keep the library-wide angle; the group numbers are not kept;
+// - an index of 0 or out of range refuses the file (the line is in the detail);
+//   a face of fewer than three corners is dropped;
+// - Ke, Ns, Ni, illum and bump maps have no place in the model's materials.
 
 #include "meshcore/io/parser_3d.h"
 

@@ -118,8 +118,9 @@ public:
 
   void Run() {
     std::string_view line;
+    std::size_t lines = 0;
     while (NextStatement(line)) {
-      if (m_cancel.Tick())
+      if ((++lines & 4095) == 0 && m_cancel.At(m_cursor.GetOffset()))
         throw ObjCancelled{};
       Statement(line);
     }
@@ -235,6 +236,8 @@ private:
       v[n++] = Number(t, "vertex");
     if (n < 3)
       m_cursor.Fail("vertex with fewer than three coordinates");
+    if (m_out.VertexCount() >= std::size_t(INT_MAX))
+      m_cursor.Fail("too many vertices");
     m_out.positions.insert(m_out.positions.end(), v, v + 3);
     // x y z r g b (or x y z r g b a): a colour; x y z w: a weight the model does not keep.
     if (n >= 6) {
@@ -254,6 +257,8 @@ private:
       v[n++] = Number(t, what);
     if (n < least)
       m_cursor.Fail(std::string(what) + " with too few values");
+    if (out.size() / 3 >= std::size_t(INT_MAX))
+      m_cursor.Fail(std::string("too many ") + what + "s");
     out.insert(out.end(), v, v + 3);
   }
 
