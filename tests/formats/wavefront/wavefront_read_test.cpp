@@ -191,7 +191,7 @@ TEST_F(WavefrontRead, TextFormsAndNumberForms) {
   for (std::string text :
        {plain, std::string("\xEF\xBB\xBF") + plain,
         std::string("# c\r\nv 0 0 0\r\nv 1 0 0\rv 0 1 0\r\nf 1 2 3\r\n"),
-        std::string("v 0 0 0\nv 1 \\\n 0 0\nv\t0\v1\f0 \nf 1 \\\n2 \\\n3\n\n")}) {
+        std::string("v 0 0 0 # origin\nv 1 \\\n 0 0\nv\t0\v1\f0 \nf 1 \\\n2 \\\n3 # end\n\n")}) {
     auto r = ReadObjText(text);
     ASSERT_TRUE(r.scene) << r.detail;
     C3DBaseObject* o = GeometryNodes(*r.scene)[0]->GetBaseObject();

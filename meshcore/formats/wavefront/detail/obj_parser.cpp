@@ -232,7 +232,8 @@ private:
   void Vertex(std::string_view line) {
     float v[7];
     int n = 0;
-    for (std::string_view t = NextWord(line); !t.empty() && n < 7; t = NextWord(line))
+    for (std::string_view t = NextWord(line); !t.empty() && t[0] != '#' && n < 7;
+         t = NextWord(line))
       v[n++] = Number(t, "vertex");
     if (n < 3)
       m_cursor.Fail("vertex with fewer than three coordinates");
@@ -253,7 +254,8 @@ private:
               const char* what) {
     float v[3] = {0, 0, 0};
     int n = 0;
-    for (std::string_view t = NextWord(line); !t.empty() && n < most; t = NextWord(line))
+    for (std::string_view t = NextWord(line); !t.empty() && t[0] != '#' && n < most;
+         t = NextWord(line))
       v[n++] = Number(t, what);
     if (n < least)
       m_cursor.Fail(std::string(what) + " with too few values");
@@ -303,7 +305,7 @@ private:
   void Face(std::string_view line) {
     ObjNode& node = Node();
     const std::size_t first = node.corners.size();
-    for (std::string_view t = NextWord(line); !t.empty(); t = NextWord(line)) {
+    for (std::string_view t = NextWord(line); !t.empty() && t[0] != '#'; t = NextWord(line)) {
       ObjCorner c = Corner(t);
       node.hasTexture |= c.t >= 0;
       node.hasNormal |= c.n >= 0;
@@ -326,7 +328,7 @@ private:
   void Line(std::string_view line) {
     ObjNode& node = Node();
     const std::size_t first = node.lineVertices.size();
-    for (std::string_view t = NextWord(line); !t.empty(); t = NextWord(line))
+    for (std::string_view t = NextWord(line); !t.empty() && t[0] != '#'; t = NextWord(line))
       node.lineVertices.push_back(Corner(t).v);
     if (node.lineVertices.size() - first < 2) {
       node.lineVertices.resize(first);
@@ -340,7 +342,7 @@ private:
 
   void Points(std::string_view line) {
     ObjNode& node = Node();
-    for (std::string_view t = NextWord(line); !t.empty(); t = NextWord(line))
+    for (std::string_view t = NextWord(line); !t.empty() && t[0] != '#'; t = NextWord(line))
       node.points.push_back(Corner(t).v);
     if (node.points.size() > std::size_t(INT_MAX))
       m_cursor.Fail("too many points");
