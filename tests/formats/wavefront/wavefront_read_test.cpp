@@ -137,7 +137,7 @@ TEST_F(WavefrontRead, MaterialsComeFromTheLibrariesBesideTheFile) {
             "newmtl red paint\nKa 0.5 0 0\nKd 1 0 0\nKs 0.25\nd 0.75\n"
             "map_Kd -s 2 2 -o 0.5 -bm 1 -clamp on textures\\red wall.png\n"
             "map_bump -bm 2 bump.png\n"
-            "newmtl glass\nTr 0.5\nmap_d mask.png\nmap_Ka -o 1 amb.png\nmap_Ks spec.png\n");
+            "newmtl glass\nTr 0.5\nmap_d mask.png\nmap_Ka -o 1 amb.png\nmap_Ks shine.png\n");
   WriteFile(dir / "b.mtl", "newmtl red paint\nKd 0 1 0\nnewmtl blue\nKd 0 0 1\nillum 2\nNs 10\n");
   const std::string obj = std::string("mtllib sub/first lib.mtl\nmtllib b.mtl missing.mtl\n") +
                           kSquare +
@@ -166,7 +166,7 @@ TEST_F(WavefrontRead, MaterialsComeFromTheLibrariesBesideTheFile) {
   EXPECT_EQ(glass->GetTransparencyFactor(), 0.5f);
   EXPECT_EQ(glass->GetTransparencyMaps()->GetFileName(), "mask.png");
   EXPECT_EQ(glass->GetAmbientMaps()->GetFileName(), "amb.png");
-  EXPECT_EQ(glass->GetSpecularMaps()->GetFileName(), "spec.png");
+  EXPECT_EQ(glass->GetSpecularMaps()->GetFileName(), "shine.png");
 
   // Without the libraries the file still loads, every face on the default material.
   r = ReadObjText(obj);

@@ -105,6 +105,15 @@ TEST_F(WavefrontWrite, SamplesLoadAndRoundTripThroughObjAndLightwave) {
   auto cube = ReadFile(MESHCORE_SAMPLES_DIR "/obj/cube_usemtl.obj");
   ASSERT_TRUE(cube);
   EXPECT_EQ(cube->GetMaterialNumber(), 3); // mtl, mtl2 and the default one for mtl3
+  auto concave = ReadFile(MESHCORE_SAMPLES_DIR "/obj/concave_polygon.obj");
+  ASSERT_TRUE(concave);
+  C3DBaseObject* polygon = GeometryNodes(*concave)[0]->GetBaseObject();
+  ASSERT_EQ(polygon->GetFaceNbr(), 1);
+  EXPECT_EQ((*polygon->GetFaceList())[0].GetSize(), 66); // two corners repeat a point
+  EXPECT_EQ(polygon->GetPointNbr(), 64);
+  const C3DMaterial* test = concave->GetMaterial((*polygon->GetFaceList())[0].GetMaterialID());
+  EXPECT_EQ(test->GetName(), "test");
+  EXPECT_TRUE(test->GetDiffuseColor() == CRGBColor(36, 47, 105, 255));
 }
 
 TEST_F(WavefrontWrite, FloatsReadBackBitExactAndBytesAreDeterministic) {
