@@ -28,6 +28,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -452,15 +453,23 @@ std::vector<ObjMaterial> LoadLibraries(const ObjData& data, const std::string& f
 // ---------------------------------------------------------------------------
 // Writing
 
+// Text written straight into one growing buffer: numbers are formatted in
+// place, and the buffer is sized ahead so that a line costs no reallocation.
 class TextOut {
 public:
-  std::string& Str() { return m_s; }
+  std::string& Str() {
+    m_s.resize(m_used);
+    return m_s;
+  }
   TextOut& operator<<(std::string_view s) {
-    m_s.append(s);
+    char* p = Room(s.size());
+    std::memcpy(p, s.data(), s.size());
+    m_used += s.size();
     return *this;
   }
   TextOut& operator<<(char c) {
-    m_s.push_back(c);
+    *Room(1) = c;
+    ++m_used;
     return *this;
   }
   // Shortest form that reads back to the same float. Readers refuse NaN and
@@ -468,24 +477,31 @@ public:
   void Float(float v) {
     if (!std::isfinite(v))
       v = 0.0f;
-    char buf[32];
-    auto r = std::to_chars(buf, buf + sizeof buf, v);
-    m_s.append(buf, r.ptr);
+    char* p = Room(32);
+    m_used = std::size_t(std::to_chars(p, p + 32, v).ptr - m_s.data());
   }
   void Double(double v) {
-    char buf[40];
-    auto r = std::to_chars(buf, buf + sizeof buf, v);
-    m_s.append(buf, r.ptr);
+    char* p = Room(40);
+    m_used = std::size_t(std::to_chars(p, p + 40, v).ptr - m_s.data());
   }
   void Int(std::uint64_t v) {
-    char buf[24];
-    auto r = std::to_chars(buf, buf + sizeof buf, v);
-    m_s.append(buf, r.ptr);
+    char* p = Room(24);
+    m_used = std::size_t(std::to_chars(p, p + 24, v).ptr - m_s.data());
   }
-  void Reserve(std::size_t n) { m_s.reserve(m_s.size() + n); }
+  void Reserve(std::size_t n) {
+    if (m_s.size() < m_used + n)
+      m_s.resize(m_used + n);
+  }
 
 private:
-  std::string m_s;
+  char* Room(std::size_t n) {
+    if (m_s.size() - m_used < n)
+      m_s.resize(std::max(m_s.size() * 2, m_used + n + 4096));
+    return m_s.data() + m_used;
+  }
+
+  std::string m_s; // sized ahead; only [0, m_used) is written
+  std::size_t m_used = 0;
 };
 
 // Names go on one line, trimmed as the reader trims them.
@@ -535,11 +551,6 @@ public:
     m_obj << "# Wavefront OBJ written by Meshcore\n";
     if (!m_names.empty() || m_needsFallback)
       m_obj << "mtllib " << libraryName << '\n';
-    std::size_t estimate = 0;
-    for (C3DSceneNode* node : nodes)
-      estimate += std::size_t(node->GetBaseObject()->GetPointNbr()) * 100 +
-                  std::size_t(node->GetBaseObject()->GetFaceNbr()) * 100;
-    m_obj.Reserve(estimate);
     for (C3DSceneNode* node : nodes)
       WriteNode(*node);
     WriteLibrary();
@@ -588,6 +599,7 @@ private:
     const bool curve = object.GetKindOf() == OBJECT_CURVE;
     const int faceCount = curve || !mesh ? 0 : mesh->GetSize();
     CDependentChannels* channels = object.GetChannels();
+    Reserve(object, pointCount, faceCount);
 
     // Vertex colours: each mesh point takes the colour of its first corner.
     const CVCPointList* colours = nullptr;
@@ -688,6 +700,25 @@ private:
       }
       m_obj << '\n';
     }
+  }
+
+  // Sizes the text ahead for the object's lines: a close guess saves both
+  // copies on growth and pages touched for nothing.
+  void Reserve(C3DBaseObject& object, int pointCount, int faceCount) {
+    std::size_t perPoint = 40;
+    CDependentChannels* channels = object.GetChannels();
+    for (int c = 0; channels && c < channels->GetSize(); ++c)
+      if (CChannel* ch = channels->GetChannel(c))
+        perPoint += ch->GetType() == CHANNEL_VC ? 30 : ch->GetType() == CHANNEL_UVW ? 28 : 36;
+    std::size_t corners = 0;
+    for (int f = 0; f < faceCount; ++f)
+      corners += std::size_t((*object.GetFaceList())[f].GetSize());
+    const std::uint64_t largest = m_vertices + std::uint64_t(pointCount) + 1;
+    std::size_t digits = 1;
+    for (std::uint64_t v = largest; v >= 10; v /= 10)
+      ++digits;
+    m_obj.Reserve(std::size_t(pointCount) * perPoint + corners * (3 * digits + 3) +
+                  std::size_t(faceCount) * 4 + 256);
   }
 
   // Writes the texture points of the object's main texture channel; null when
