@@ -108,13 +108,16 @@ public:
   void Build() {
     m_pointRemap.assign(m_data.VertexCount(), -1);
     m_texRemap.assign(m_data.texcoords.size() / 3, -1);
-    std::vector<C3DSceneNode*> top; // in file order
+    // Nodes are owned here until they are in the scene, so that a cancel
+    // part-way leaves nothing behind.
+    using NodePtr = std::unique_ptr<C3DSceneNode>;
+    std::vector<NodePtr> top; // in file order
     std::map<std::string, C3DSceneNode*> parents;
-    std::map<C3DSceneNode*, std::vector<C3DSceneNode*>> children;
+    std::map<C3DSceneNode*, std::vector<NodePtr>> children;
     for (const ObjNode& n : m_data.nodes) {
       if (ShouldCancel())
         throw obj::ObjCancelled{};
-      std::vector<C3DSceneNode*> made;
+      std::vector<NodePtr> made;
       const std::string& name = n.group.empty() ? n.object : n.group;
       if (n.FaceCount() > 0)
         made.push_back(NewNode(MakeMesh(n), name));
@@ -125,25 +128,25 @@ public:
       if (made.empty())
         continue;
       // A group inside a named object sits under a group node of that object.
+      std::vector<NodePtr>* into = &top;
       if (!n.object.empty() && !n.group.empty()) {
         C3DSceneNode*& parent = parents[n.object];
         if (!parent) {
-          parent = new C3DSceneNode(new C3DGroup, 1);
-          parent->SetName(n.object);
-          top.push_back(parent);
+          top.push_back(NewNode(new C3DGroup, n.object));
+          parent = top.back().get();
         }
-        auto& list = children[parent];
-        list.insert(list.end(), made.begin(), made.end());
-      } else {
-        top.insert(top.end(), made.begin(), made.end());
+        into = &children[parent];
       }
+      for (NodePtr& node : made)
+        into->push_back(std::move(node));
     }
     // AddNode makes a node the first child: add backwards to keep file order.
     for (auto it = top.rbegin(); it != top.rend(); ++it) {
-      m_scene.AddNode(nullptr, *it);
-      auto& list = children[*it];
+      C3DSceneNode* node = it->release();
+      m_scene.AddNode(nullptr, node);
+      auto& list = children[node];
       for (auto c = list.rbegin(); c != list.rend(); ++c)
-        m_scene.AddNode(*it, *c);
+        m_scene.AddNode(node, c->release());
     }
   }
 
@@ -171,8 +174,8 @@ private:
     c.b = codec::ColorByte(codec::ColorUnit(c.b) * factor);
   }
 
-  C3DSceneNode* NewNode(C3DBaseObject* object, const std::string& name) {
-    auto* node = new C3DSceneNode(object, 1);
+  static std::unique_ptr<C3DSceneNode> NewNode(C3DBaseObject* object, const std::string& name) {
+    auto node = std::make_unique<C3DSceneNode>(object, 1);
     node->SetName(name);
     return node;
   }

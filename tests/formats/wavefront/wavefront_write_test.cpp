@@ -208,12 +208,18 @@ TEST_F(WavefrontWrite, SaveWritesBothFilesOrNothing) {
   SetCancel(0, 0);
   EXPECT_EQ(again.GetIoError(), IO_FILE_CANCELLED);
   EXPECT_EQ(std::filesystem::last_write_time(target), before);
-  // A cancelled read returns nothing.
+  // A cancelled read returns nothing, whether the request comes while the
+  // text is parsed (a long file) or while the scene is built.
+  std::string big;
+  for (int i = 0; i < 10000; ++i)
+    big += "v 0 0 0\n";
+  big += "f 1 2 3\n";
   SetCancel(1, 0);
   int error = 0;
   EXPECT_FALSE(ReadFile(target.string(), &error));
-  SetCancel(0, 0);
   EXPECT_EQ(error, IO_FILE_CANCELLED);
+  EXPECT_EQ(ReadObjText(big).error, IO_FILE_CANCELLED);
+  SetCancel(0, 0);
 
   // A scene without geometry is not written.
   C3DScene empty;
