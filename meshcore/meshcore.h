@@ -18,6 +18,7 @@
 #include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/formats/lightwave_scene/lightwave_scene_io.h"
 #include "meshcore/formats/studio3d/studio3d_io.h"
+#include "meshcore/formats/wavefront/wavefront_io.h"
 #include "meshcore/geometry/gamma.h"
 #include "meshcore/geometry/hsl.h"
 #include "meshcore/geometry/matrix_4x4.h"

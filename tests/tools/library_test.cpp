@@ -70,9 +70,9 @@ TEST(Library, InitAndCloseRunOnceEach) {
   EXPECT_EQ(prefs.GetLWPaths(), std::vector<std::string>{"/content"});
 
   // Registered types whose codec is not in the library answer "unknown file type".
-  C3DIo obj((dir / "model.obj").string(), FILE_PARSER_LOADING | FILE_PARSER_SILENT);
-  EXPECT_EQ(obj.Read(), nullptr);
-  EXPECT_EQ(obj.GetIoError(), IO_FILE_UNKNOWN_TYPE);
+  C3DIo cob((dir / "model.cob").string(), FILE_PARSER_LOADING | FILE_PARSER_SILENT);
+  EXPECT_EQ(cob.Read(), nullptr);
+  EXPECT_EQ(cob.GetIoError(), IO_FILE_UNKNOWN_TYPE);
 
   prefs.SetTexturePaths({"/textures"});
   CloseMeshcore();

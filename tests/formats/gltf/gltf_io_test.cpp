@@ -21,7 +21,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <regex>
+#include <cstdlib>
 
 using namespace meshcore;
 using namespace meshcore::test;
@@ -34,10 +34,15 @@ constexpr unsigned kSilent = FILE_PARSER_SILENT;
 // The numbers that follow every `"key":` in the JSON text, in order.
 std::vector<long long> Numbers(const std::string& json, const std::string& key) {
   std::vector<long long> out;
-  const std::regex re("\"" + key + "\":(-?[0-9]+)");
-  for (auto it = std::sregex_iterator(json.begin(), json.end(), re); it != std::sregex_iterator();
-       ++it)
-    out.push_back(std::stoll((*it)[1]));
+  const std::string quoted = "\"" + key + "\":";
+  for (std::size_t at = json.find(quoted); at != std::string::npos;
+       at = json.find(quoted, at + 1)) {
+    const char* p = json.c_str() + at + quoted.size();
+    char* end = nullptr;
+    const long long v = std::strtoll(p, &end, 10);
+    if (end != p)
+      out.push_back(v);
+  }
   return out;
 }
 
