@@ -2,6 +2,7 @@
 #include "tools/tool.h"
 
 #include "meshcore/formats/library.h"
+#include "meshcore/formats/maya/maya_io.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_info.h"
 #include "meshcore/io/file_registry.h"
@@ -327,6 +328,12 @@ int RunConvert(Output& output, CToolHost& host, const Options& options) {
   status = SaveScene(output, host, options, out, *scene);
   if (status != kExitOk)
     return status;
+  // A Maya file holds no shading unless its host adds the materials.
+  if (fileGetClass(CFileInfo(out).GetExtension()) == fileMakeClassCode("MAYA")) {
+    C3DIo io(out, IoFlags(options, false));
+    if (!CMayaIo(io).AppendMaterials(out, scene.get()))
+      return FailIo(output, host, out, io);
+  }
   if (!options.silent)
     std::fprintf(output.out, "%s -> %s: %d nodes, %d points, %d faces, %d materials\n", in.c_str(),
                  out.c_str(), scene->GetNodeNbr(0), scene->GetPointNbr(), scene->GetFaceNbr(),

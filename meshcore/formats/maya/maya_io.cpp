@@ -1,0 +1,462 @@
+#include "meshcore/formats/maya/maya_io.h"
+
+#include "meshcore/formats/common/detail/color_bytes.h"
+#include "meshcore/formats/common/detail/file_input.h"
+#include "meshcore/formats/common/detail/file_output.h"
+#include "meshcore/io/codec_registry.h"
+#include "meshcore/io/file_registry.h"
+#include "meshcore/io/io_file.h"
+#include "meshcore/mesh/edge_graph.h"
+#include "meshcore/mesh/face_list_3d.h"
+#include "meshcore/mesh/flat_map.h"
+#include "meshcore/mesh/geom_info.h"
+#include "meshcore/mesh/point_list_3d.h"
+#include "meshcore/platform/cancel.h"
+#include "meshcore/scene/base_object.h"
+#include "meshcore/scene/material.h"
+#include "meshcore/scene/scene.h"
+#include "meshcore/scene/scene_node.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <new>
+#include <set>
+#include <vector>
+
+namespace meshcore {
+
+namespace {
+
+constexpr std::uint32_t kNodeSkipped = 1;
+constexpr const char* kMakerAddress = "https://quillmesh.example";
+
+struct Cancelled {};
+
+// "%d "
+void PutInt(std::string& out, long long v) {
+  char buf[24];
+  const auto r = std::to_chars(buf, buf + sizeof buf, v);
+  out.append(buf, r.ptr);
+  out += ' ';
+}
+
+// "%f " in the C locale. Maya cannot read "nan" or "inf": they are written as 0.
+void PutFloat(std::string& out, float v) {
+  if (!std::isfinite(v))
+    v = 0.0f;
+  char buf[64];
+  const auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed, 6);
+  out.append(buf, r.ptr);
+  out += ' ';
+}
+
+// A face is written when it has three corners or more, all in the point list,
+// and is not left out of the mesh's graphs.
+bool IsWritable(const C3DFace& face, int pointCount) {
+  if (face.IsFlagSet(FACE_EXCLUDED) || face.GetSize() < 3)
+    return false;
+  for (int k = 0; k < face.GetSize(); ++k)
+    if (face[k] < 0 || face[k] >= pointCount)
+      return false;
+  return true;
+}
+
+// What a save writes, decided once so that the meshes and the material
+// connections name the same nodes.
+struct WrittenNode {
+  C3DSceneNode* node;
+  C3DBaseObject* object;
+  std::string name;
+  bool curve;
+};
+struct WrittenMaterial {
+  C3DMaterial* material;
+  std::string name;
+};
+struct Plan {
+  std::vector<WrittenNode> nodes;
+  std::vector<WrittenMaterial> materials;
+};
+
+class NameSet {
+public:
+  bool Used(const std::string& name) const { return m_used.count(name) != 0; }
+  void Use(const std::string& name) { m_used.insert(name); }
+  // base, or base followed by the first number that makes it free (and, for
+  // materials, its engine and info names too).
+  std::string Make(const std::string& base, bool material) {
+    auto free = [&](const std::string& n) {
+      return !Used(n) && (!material || (!Used("SE_" + n) && !Used("MI_" + n)));
+    };
+    std::string name = base;
+    if (!free(name)) {
+      long long& next = m_next[base];
+      do
+        name = base + std::to_string(++next);
+      while (!free(name));
+    }
+    Use(name);
+    if (material) {
+      Use("SE_" + name);
+      Use("MI_" + name);
+    }
+    return name;
+  }
+
+private:
+  std::set<std::string> m_used;
+  std::map<std::string, long long> m_next;
+};
+
+Plan MakePlan(C3DScene* scene) {
+  Plan plan;
+  NameSet names;
+  const C3DBaseObject* found = nullptr;
+  for (C3DSceneNode* cursor = scene->GetFirstNode(nullptr); cursor;) {
+    C3DSceneNode* node = scene->GetNextNode(found, cursor, nullptr);
+    if (!node)
+      break;
+    C3DBaseObject* object = node->GetBaseObject();
+    if (!object || node->IsFlagSet(kNodeSkipped) || object->IsFlagSet(OBJECT_EMPTY) ||
+        object->GetKindOf() == OBJECT_GROUP)
+      continue;
+    const bool curve = object->GetKindOf() == OBJECT_CURVE;
+    C3DPointList* points = object->GetPointList();
+    C3DFaceList* faces = object->GetFaceList();
+    // A degree-1 curve needs two points; a mesh needs points and faces.
+    if (curve ? (!points || points->GetSize() < 2)
+              : (!points || !faces || points->GetSize() == 0 || faces->GetSize() == 0))
+      continue;
+    plan.nodes.push_back(
+        {node, object, names.Make(MakeMayaName(node->GetName(), curve ? "curve" : "mesh"), false),
+         curve});
+  }
+  for (MaterialPosition pos = scene->GetFirstMaterial(); pos;) {
+    C3DMaterial* material = scene->GetNextMaterial(pos);
+    plan.materials.push_back(
+        {material, names.Make(MakeMayaName(material->GetName(), "material"), true)});
+  }
+  return plan;
+}
+
+} // namespace
+
+std::string MakeMayaName(const std::string& name, const std::string& fallback) {
+  if (name.empty())
+    return fallback;
+  std::string safe;
+  safe.reserve(name.size() + 1);
+  if (name[0] >= '0' && name[0] <= '9')
+    safe += '_';
+  for (char c : name) {
+    const bool ok =
+        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    safe += ok ? c : '_';
+  }
+  return safe;
+}
+
+void RegisterMayaCodec() {
+  fileRegisterCodec(fileMakeClassCode("MAYA"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
+    return std::make_unique<CMayaIo>(owner);
+  });
+}
+
+CMayaIo::CMayaIo(CFileIo& owner) : C3DParser(owner) {}
+CMayaIo::~CMayaIo() = default;
+
+void CMayaIo::WriteString(std::string& out, const char* text, int indent) {
+  if (indent)
+    out.append(std::size_t(std::max(m_tab, 0)), '\t');
+  out += text;
+}
+
+int CMayaIo::Save(const std::string& name, C3DScene* scene, unsigned flags) {
+  std::string text;
+  if (!SaveToText(name, scene, flags, text))
+    return 0;
+  const int result = codec::WriteWholeFile(name, text.data(), text.size(), IsSilentMode());
+  if (result != IO_FILE_OK) {
+    SetIoError(result);
+    return 0;
+  }
+  return 1;
+}
+
+int CMayaIo::SaveToText(const std::string& name, C3DScene* scene, unsigned flags,
+                        std::string& out) {
+  if (!scene) {
+    SetIoError(IO_FILE_EMPTY);
+    return 0;
+  }
+  int changed = 0;
+  C3DScene* exported = scene->InitExport(int(flags), changed);
+  int result = 0;
+  try {
+    result = SaveScene(out, std::filesystem::path(name).filename().string(), exported);
+  } catch (const std::bad_alloc&) {
+    SetIoError(IO_FILE_NO_MEMORY);
+  }
+  exported->ReleaseExport(exported, exported != scene);
+  return result;
+}
+
+int CMayaIo::SaveScene(std::string& out, const std::string& fileName, C3DScene* scene) {
+  if (!scene || scene->GetNodeNbr(1) == 0)
+    return 1;
+  // The name sits in comment lines: keep it on one line.
+  std::string shown = fileName;
+  for (char& c : shown)
+    if (c == '\n' || c == '\r')
+      c = '_';
+  const Plan plan = MakePlan(scene);
+  m_tab = 0;
+  try {
+    SaveHeader(out, shown);
+    for (const WrittenNode& w : plan.nodes) {
+      if (w.curve)
+        SaveCurve(out, w.node, w.object, w.name);
+      else
+        SaveMesh(out, w.node, w.object, w.name);
+    }
+  } catch (const Cancelled&) {
+    m_tab = 0;
+    SetIoError(IO_FILE_CANCELLED);
+    return 0;
+  }
+  WriteString(out, ("// End of file " + shown + "\n").c_str(), 0);
+  return 1;
+}
+
+void CMayaIo::SaveHeader(std::string& out, const std::string& fileName) {
+  WriteString(out, "//Maya ASCII 2.0 scene\n", 0);
+  WriteString(out, ("//Name : " + fileName + "\n").c_str(), 0);
+  WriteString(out, "//Write by Quillmesh or a Qel Tool.\n", 0);
+  WriteString(out, (std::string("//Connect ") + kMakerAddress + "\n").c_str(), 0);
+  WriteString(out, "requires maya \"2.0\";\n", 0);
+  WriteString(out, "currentUnit -l centimeter -a degree -t film;\n", 0);
+}
+
+int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
+                      const std::string& nodeName) {
+  C3DPointList* points = object->GetPointList();
+  C3DFaceList* faces = object->GetFaceList();
+  const int pointCount = points->GetSize();
+  CCancelCheck cancel;
+
+  // Faces Maya could not take are left out; the edges are then those of the rest.
+  std::unique_ptr<C3DFaceList> kept;
+  int writable = 0;
+  for (int f = 0; f < faces->GetSize(); ++f)
+    writable += IsWritable((*faces)[f], pointCount) ? 1 : 0;
+  if (writable == 0)
+    return 1;
+  if (writable != faces->GetSize()) {
+    kept = std::make_unique<C3DFaceList>();
+    kept->SetSize(writable);
+    int k = 0;
+    for (int f = 0; f < faces->GetSize(); ++f)
+      if (IsWritable((*faces)[f], pointCount))
+        (*kept)[k++] = (*faces)[f];
+  }
+  C3DFaceList& list = kept ? *kept : *faces;
+
+  // Edges are numbered in the order the edge graph meets them.
+  CGeomInfo info(&list, points);
+  list.InitEdgeToFaceGraph(&info);
+  const CEdgeGraph& graph = list.GetEdgeGraph();
+  const int edgeCount = graph.GetCount();
+  CFlatMap<C3DEdge, int, C3DEdgeFlatHash> number;
+  number.Reserve(std::size_t(edgeCount));
+  for (int e = 0; e < edgeCount; ++e)
+    number.AppendUnindexed(graph.GetAt(e).first).second = e;
+  number.RebuildIndex();
+
+  out.reserve(out.size() + std::size_t(pointCount) * 32 + std::size_t(edgeCount) * 16 +
+              std::size_t(list.GetSize()) * 40);
+  WriteString(out, ("createNode \"mesh\" -n \"" + nodeName + "\";\n").c_str(), 1);
+  AddTab();
+  WriteString(out, "setAttr -k off \".v\";\n", 1);
+
+  WriteString(out, "setAttr -s ", 1);
+  PutInt(out, pointCount);
+  out += "\".vt\";\n";
+  WriteString(
+      out, ("setAttr \".vt[0:" + std::to_string(pointCount - 1) + "]\" -type \"float3\"\n").c_str(),
+      1);
+  AddTab();
+  const C3DPoint* p = points->GetFirst();
+  for (int i = 0; i < pointCount; ++i) {
+    if (cancel.Tick())
+      throw Cancelled{};
+    WriteString(out, "", 1);
+    PutFloat(out, p[i].x);
+    PutFloat(out, p[i].y);
+    PutFloat(out, p[i].z);
+    out += i + 1 < pointCount ? "\n" : ";\n";
+  }
+  RemoveTab();
+
+  WriteString(out, "setAttr -s ", 1);
+  PutInt(out, edgeCount);
+  out += "\".ed\";\n";
+  WriteString(out, ("setAttr \".ed[0:" + std::to_string(edgeCount - 1) + "]\"\n").c_str(), 1);
+  AddTab();
+  for (int e = 0; e < edgeCount; ++e) {
+    if (cancel.Tick())
+      throw Cancelled{};
+    if (e % 10 == 0)
+      WriteString(out, "", 1);
+    const C3DEdge& edge = graph.GetAt(e).first;
+    PutInt(out, edge.first);
+    PutInt(out, edge.second);
+    out += "0 "; // not a hard edge
+    if (e + 1 == edgeCount)
+      out += ";\n";
+    else if (e % 10 == 9)
+      out += '\n';
+  }
+  RemoveTab();
+
+  const int faceCount = list.GetSize();
+  WriteString(out, "setAttr -s ", 1);
+  PutInt(out, faceCount);
+  out += "\".fc\";\n";
+  WriteString(
+      out,
+      ("setAttr \".fc[0:" + std::to_string(faceCount - 1) + "]\" -type \"polyFaces\"\n").c_str(),
+      1);
+  AddTab();
+  for (int f = 0; f < faceCount; ++f) {
+    if (cancel.Tick())
+      throw Cancelled{};
+    const C3DFace& face = list[f];
+    const int n = face.GetSize();
+    WriteString(out, "f ", 1);
+    PutInt(out, n);
+    for (int k = 0; k < n; ++k) {
+      const int a = face[k], b = face[k + 1 < n ? k + 1 : 0];
+      const int e = *number.PLookup(C3DEdge::Make(a, b));
+      // A side that runs from the higher point to the lower one uses the edge backwards.
+      PutInt(out, a < b ? e : ~e);
+    }
+    out += f + 1 < faceCount ? "\n" : ";\n";
+  }
+  RemoveTab();
+  RemoveTab();
+  return 1;
+}
+
+int CMayaIo::SaveCurve(std::string& out, C3DSceneNode*, C3DBaseObject* curve,
+                       const std::string& nodeName) {
+  const C3DPointList* points = curve->GetPointList();
+  const int count = points->GetSize();
+  CCancelCheck cancel;
+  WriteString(out, ("curve -n \"" + nodeName + "\" -d 1\n").c_str(), 1);
+  AddTab();
+  const C3DPoint* p = points->GetFirst();
+  for (int i = 0; i < count; ++i) {
+    if (cancel.Tick())
+      throw Cancelled{};
+    WriteString(out, "-p ", 1);
+    PutFloat(out, p[i].x);
+    PutFloat(out, p[i].y);
+    PutFloat(out, p[i].z);
+    out += i + 1 < count ? "\n" : ";\n";
+  }
+  RemoveTab();
+  return 1;
+}
+
+void CMayaIo::SaveMaterials(std::string& out, C3DScene* scene) {
+  if (!scene)
+    return;
+  const Plan plan = MakePlan(scene);
+  m_tab = 0;
+  for (const WrittenMaterial& m : plan.materials) {
+    WriteString(out, ("createNode \"lambert\" -n \"" + m.name + "\";\n").c_str(), 1);
+    AddTab();
+    // "- type" is what this writer has always put.
+    WriteString(out, "setAttr \".c\" - type \"float3\" ", 1);
+    const CRGBColor& c = m.material->GetDiffuseColor();
+    PutFloat(out, codec::ColorUnit(c.r));
+    PutFloat(out, codec::ColorUnit(c.g));
+    PutFloat(out, codec::ColorUnit(c.b));
+    out += ";\n";
+    RemoveTab();
+    WriteString(out, ("createNode \"shadingEngine\" -n \"SE_" + m.name + "\";\n").c_str(), 1);
+    AddTab();
+    WriteString(out, "setAttr \".an\" -type \"string\" \"\";\n", 1);
+    WriteString(out, "setAttr \".ro\" yes;\n", 1);
+    RemoveTab();
+    WriteString(out, ("createNode \"materialInfo\" -n \"MI_" + m.name + "\";\n").c_str(), 1);
+  }
+}
+
+void CMayaIo::ConnectMaterials(std::string& out, C3DScene* scene) {
+  if (!scene)
+    return;
+  const Plan plan = MakePlan(scene);
+  // The materials each written mesh uses, from the faces that are written.
+  std::vector<std::set<std::uint32_t>> used(plan.nodes.size());
+  for (std::size_t i = 0; i < plan.nodes.size(); ++i) {
+    if (plan.nodes[i].curve)
+      continue;
+    const C3DFaceList& faces = *plan.nodes[i].object->GetFaceList();
+    const int pointCount = plan.nodes[i].object->GetPointList()->GetSize();
+    for (int f = 0; f < faces.GetSize(); ++f)
+      if (IsWritable(faces[f], pointCount))
+        used[i].insert(faces[f].GetMaterialID());
+  }
+  m_tab = 0;
+  for (const WrittenMaterial& m : plan.materials) {
+    WriteString(out, ("connectAttr \"SE_" + m.name + ".msg\" \"MI_" + m.name + ".sg\";\n").c_str(),
+                1);
+    WriteString(out, ("connectAttr \"" + m.name + ".oc\" \"SE_" + m.name + ".ss\";\n").c_str(), 1);
+    const std::uint32_t id = m.material->GetMaterialID();
+    for (std::size_t i = 0; i < plan.nodes.size(); ++i)
+      if (used[i].count(id))
+        WriteString(
+            out,
+            ("connectAttr \"" + plan.nodes[i].name + ".iog\" \"SE_" + m.name + ".dsm\";\n").c_str(),
+            1);
+  }
+}
+
+void CMayaIo::SaveMaterials(IoFile* file, C3DScene* scene) {
+  std::string text;
+  SaveMaterials(text, scene);
+  file->WriteString(text);
+}
+
+void CMayaIo::ConnectMaterials(IoFile* file, C3DScene* scene) {
+  std::string text;
+  ConnectMaterials(text, scene);
+  file->WriteString(text);
+}
+
+int CMayaIo::AppendMaterials(const std::string& name, C3DScene* scene) {
+  std::string text;
+  {
+    codec::CFileInput input;
+    if (const int result = input.Open(name); result != IO_FILE_OK) {
+      SetIoError(result);
+      return 0;
+    }
+    text.assign(reinterpret_cast<const char*>(input.GetData()), input.GetSize());
+  }
+  SaveMaterials(text, scene);
+  ConnectMaterials(text, scene);
+  const int result = codec::WriteWholeFile(name, text.data(), text.size(), IsSilentMode());
+  if (result != IO_FILE_OK) {
+    SetIoError(result);
+    return 0;
+  }
+  return 1;
+}
+
+} // namespace meshcore
