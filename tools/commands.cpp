@@ -116,13 +116,16 @@ int FailCannotOpen(Output& output, const std::string& file) {
 // The library's text for the operation's error, or what the codec showed when
 // the code has no text of its own (a file that could not be opened).
 int FailIo(Output& output, CToolHost& host, const std::string& file, const CFileIo& io) {
+  // A codec may fail without a code (AMAPI on a file of another kind): still a failure.
+  const int status =
+      io.GetIoError() == IO_FILE_OK ? int(kExitFailure) : ExitStatusForIoError(io.GetIoError());
   std::string text = io.GetIoErrorTxt();
   const std::string shown = host.TakeLastMessage();
   if (text.empty() && !shown.empty())
-    return Fail(output, {}, shown, ExitStatusForIoError(io.GetIoError()));
+    return Fail(output, {}, shown, status);
   if (text.empty())
     return FailCannotOpen(output, file);
-  return Fail(output, file, text, ExitStatusForIoError(io.GetIoError()), io.GetIoErrorDetail());
+  return Fail(output, file, text, status, io.GetIoErrorDetail());
 }
 
 unsigned IoFlags(const Options& options, bool loading) {
