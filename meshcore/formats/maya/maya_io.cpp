@@ -3,13 +3,11 @@
 #include "meshcore/formats/common/detail/color_bytes.h"
 #include "meshcore/formats/common/detail/file_input.h"
 #include "meshcore/formats/common/detail/file_output.h"
+#include "meshcore/formats/maya/detail/maya_edges.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_registry.h"
 #include "meshcore/io/io_file.h"
-#include "meshcore/mesh/edge_graph.h"
 #include "meshcore/mesh/face_list_3d.h"
-#include "meshcore/mesh/flat_map.h"
-#include "meshcore/mesh/geom_info.h"
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/platform/cancel.h"
 #include "meshcore/scene/base_object.h"
@@ -243,41 +241,27 @@ void CMayaIo::SaveHeader(std::string& out, const std::string& fileName) {
 
 int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
                       const std::string& nodeName) {
-  C3DPointList* points = object->GetPointList();
-  C3DFaceList* faces = object->GetFaceList();
+  const C3DPointList* points = object->GetPointList();
+  const C3DFaceList& faces = *object->GetFaceList();
   const int pointCount = points->GetSize();
   CCancelCheck cancel;
 
   // Faces Maya could not take are left out; the edges are then those of the rest.
-  std::unique_ptr<C3DFaceList> kept;
-  int writable = 0;
-  for (int f = 0; f < faces->GetSize(); ++f)
-    writable += IsWritable((*faces)[f], pointCount) ? 1 : 0;
-  if (writable == 0)
+  std::vector<int> written;
+  written.reserve(std::size_t(faces.GetSize()));
+  for (int f = 0; f < faces.GetSize(); ++f)
+    if (IsWritable(faces[f], pointCount))
+      written.push_back(f);
+  if (written.empty())
     return 1;
-  if (writable != faces->GetSize()) {
-    kept = std::make_unique<C3DFaceList>();
-    kept->SetSize(writable);
-    int k = 0;
-    for (int f = 0; f < faces->GetSize(); ++f)
-      if (IsWritable((*faces)[f], pointCount))
-        (*kept)[k++] = (*faces)[f];
-  }
-  C3DFaceList& list = kept ? *kept : *faces;
-
-  // Edges are numbered in the order the edge graph meets them.
-  CGeomInfo info(&list, points);
-  list.InitEdgeToFaceGraph(&info);
-  const CEdgeGraph& graph = list.GetEdgeGraph();
-  const int edgeCount = graph.GetCount();
-  CFlatMap<C3DEdge, int, C3DEdgeFlatHash> number;
-  number.Reserve(std::size_t(edgeCount));
-  for (int e = 0; e < edgeCount; ++e)
-    number.AppendUnindexed(graph.GetAt(e).first).second = e;
-  number.RebuildIndex();
+  maya::EdgeNumbering numbering;
+  if (!maya::NumberEdges(faces, written, pointCount, numbering, cancel))
+    throw Cancelled{};
+  const int edgeCount = int(numbering.edges.size());
+  const int faceCount = int(written.size());
 
   out.reserve(out.size() + std::size_t(pointCount) * 32 + std::size_t(edgeCount) * 16 +
-              std::size_t(list.GetSize()) * 40);
+              std::size_t(faceCount) * 8 + numbering.sides.size() * 8);
   WriteString(out, ("createNode \"mesh\" -n \"" + nodeName + "\";\n").c_str(), 1);
   AddTab();
   WriteString(out, "setAttr -k off \".v\";\n", 1);
@@ -311,7 +295,7 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
       throw Cancelled{};
     if (e % 10 == 0)
       WriteString(out, "", 1);
-    const C3DEdge& edge = graph.GetAt(e).first;
+    const C3DEdge& edge = numbering.edges[std::size_t(e)];
     PutInt(out, edge.first);
     PutInt(out, edge.second);
     out += "0 "; // not a hard edge
@@ -322,7 +306,6 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
   }
   RemoveTab();
 
-  const int faceCount = list.GetSize();
   WriteString(out, "setAttr -s ", 1);
   PutInt(out, faceCount);
   out += "\".fc\";\n";
@@ -331,20 +314,16 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
       ("setAttr \".fc[0:" + std::to_string(faceCount - 1) + "]\" -type \"polyFaces\"\n").c_str(),
       1);
   AddTab();
-  for (int f = 0; f < faceCount; ++f) {
+  const int* side = numbering.sides.data();
+  for (int i = 0; i < faceCount; ++i) {
     if (cancel.Tick())
       throw Cancelled{};
-    const C3DFace& face = list[f];
-    const int n = face.GetSize();
+    const int n = faces[written[std::size_t(i)]].GetSize();
     WriteString(out, "f ", 1);
     PutInt(out, n);
-    for (int k = 0; k < n; ++k) {
-      const int a = face[k], b = face[k + 1 < n ? k + 1 : 0];
-      const int e = *number.PLookup(C3DEdge::Make(a, b));
-      // A side that runs from the higher point to the lower one uses the edge backwards.
-      PutInt(out, a < b ? e : ~e);
-    }
-    out += f + 1 < faceCount ? "\n" : ";\n";
+    for (int k = 0; k < n; ++k)
+      PutInt(out, *side++);
+    out += i + 1 < faceCount ? "\n" : ";\n";
   }
   RemoveTab();
   RemoveTab();

@@ -7,7 +7,9 @@
 #include "meshcore/io/cancel.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"
+#include "meshcore/mesh/edge_graph.h"
 #include "meshcore/mesh/face_list_3d.h"
+#include "meshcore/mesh/geom_info.h"
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/platform/string_table.h"
 #include "meshcore/scene/base_object.h"
@@ -123,6 +125,16 @@ std::vector<ReadMesh> ParseMeshes(const std::string& text) {
   return meshes;
 }
 
+// The edges as the face list's own edge graph lists them.
+std::vector<std::pair<int, int>> GraphEdges(C3DBaseObject& object) {
+  CGeomInfo info(object.GetFaceList(), object.GetPointList());
+  object.GetFaceList()->InitEdgeToFaceGraph(&info);
+  std::vector<std::pair<int, int>> edges;
+  for (const auto& entry : object.GetFaceList()->GetEdgeGraph())
+    edges.push_back({entry.first.first, entry.first.second});
+  return edges;
+}
+
 class MayaIo : public ::testing::Test {
 protected:
   static void SetUpTestSuite() { InitMeshcore(); }
@@ -201,6 +213,7 @@ TEST_F(MayaIo, EdgeNumbersRebuildTheFaces) {
     ASSERT_EQ(meshes.size(), 1u);
     const int edgeCount = w * (h + 1) + (w + 1) * h;
     EXPECT_EQ(int(meshes[0].edges.size()), edgeCount);
+    EXPECT_EQ(meshes[0].edges, GraphEdges(*object));
     EXPECT_EQ(meshes[0].vertices, (w + 1) * (h + 1));
     const C3DFaceList& faces = *object->GetFaceList();
     ASSERT_EQ(int(meshes[0].faces.size()), faces.GetSize());
@@ -402,6 +415,7 @@ TEST_F(MayaIo, LightwaveSamplesReadBack) {
     ASSERT_EQ(meshes.size(), objects.size()) << entry.path();
     for (std::size_t m = 0; m < meshes.size(); ++m) {
       EXPECT_EQ(meshes[m].vertices, objects[m]->GetPointNbr());
+      EXPECT_EQ(meshes[m].edges, GraphEdges(*objects[m])) << entry.path();
       const C3DFaceList& faces = *objects[m]->GetFaceList();
       ASSERT_EQ(int(meshes[m].faces.size()), faces.GetSize()) << entry.path();
       for (int f = 0; f < faces.GetSize(); ++f)
