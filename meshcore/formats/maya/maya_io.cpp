@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -35,22 +36,59 @@ constexpr const char* kMakerAddress = "https://quillmesh.example";
 struct Cancelled {};
 
 // "%d "
+char* PutInt(char* p, long long v) {
+  p = std::to_chars(p, p + 24, v).ptr;
+  *p++ = ' ';
+  return p;
+}
 void PutInt(std::string& out, long long v) {
-  char buf[24];
-  const auto r = std::to_chars(buf, buf + sizeof buf, v);
-  out.append(buf, r.ptr);
-  out += ' ';
+  char buf[32];
+  out.append(buf, PutInt(buf, v));
 }
 
 // "%f " in the C locale. Maya cannot read "nan" or "inf": they are written as 0.
-void PutFloat(std::string& out, float v) {
+constexpr std::size_t kFloatChars = 64;
+char* PutFloat(char* p, float v) {
   if (!std::isfinite(v))
     v = 0.0f;
-  char buf[64];
-  const auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed, 6);
-  out.append(buf, r.ptr);
-  out += ' ';
+  p = std::to_chars(p, p + kFloatChars - 1, v, std::chars_format::fixed, 6).ptr;
+  *p++ = ' ';
+  return p;
 }
+void PutFloat(std::string& out, float v) {
+  char buf[kFloatChars];
+  out.append(buf, PutFloat(buf, v));
+}
+
+char* PutText(char* p, const char* text, std::size_t n) {
+  std::memcpy(p, text, n);
+  return p + n;
+}
+
+// Appends to a string through a raw pointer: the millions of small numbers
+// of a large mesh then cost one bounds check per line, not one per piece.
+// Nothing else may append to the string while a sink is open on it.
+class CTextSink {
+public:
+  CTextSink(std::string& out, std::size_t expected) : m_out(out), m_length(out.size()) {
+    m_out.resize(m_length + expected);
+  }
+  ~CTextSink() { m_out.resize(m_length); }
+  CTextSink(const CTextSink&) = delete;
+  CTextSink& operator=(const CTextSink&) = delete;
+
+  // Room for n more bytes at the returned pointer; Commit the end written.
+  char* Reserve(std::size_t n) {
+    if (m_length + n > m_out.size())
+      m_out.resize(std::max(m_out.size() * 2, m_length + n));
+    return m_out.data() + m_length;
+  }
+  void Commit(char* end) { m_length = std::size_t(end - m_out.data()); }
+
+private:
+  std::string& m_out;
+  std::size_t m_length;
+};
 
 // A face is written when it has three corners or more, all in the point list,
 // and is not left out of the mesh's graphs.
@@ -260,8 +298,12 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
   const int edgeCount = int(numbering.edges.size());
   const int faceCount = int(written.size());
 
-  out.reserve(out.size() + std::size_t(pointCount) * 32 + std::size_t(edgeCount) * 16 +
-              std::size_t(faceCount) * 8 + numbering.sides.size() * 8);
+  // One allocation for the whole mesh: growing a string of a hundred
+  // megabytes would copy it each time.
+  constexpr std::size_t kPointLine = 48, kEdgeText = 20, kFaceLine = 12, kSideText = 10;
+  out.reserve(out.size() + std::size_t(pointCount) * kPointLine +
+              std::size_t(edgeCount) * kEdgeText + std::size_t(faceCount) * kFaceLine +
+              numbering.sides.size() * kSideText + 1024);
   WriteString(out, ("createNode \"mesh\" -n \"" + nodeName + "\";\n").c_str(), 1);
   AddTab();
   WriteString(out, "setAttr -k off \".v\";\n", 1);
@@ -273,15 +315,21 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
       out, ("setAttr \".vt[0:" + std::to_string(pointCount - 1) + "]\" -type \"float3\"\n").c_str(),
       1);
   AddTab();
-  const C3DPoint* p = points->GetFirst();
-  for (int i = 0; i < pointCount; ++i) {
-    if (cancel.Tick())
-      throw Cancelled{};
-    WriteString(out, "", 1);
-    PutFloat(out, p[i].x);
-    PutFloat(out, p[i].y);
-    PutFloat(out, p[i].z);
-    out += i + 1 < pointCount ? "\n" : ";\n";
+  const int tabs = std::clamp(m_tab, 0, 8);
+  {
+    CTextSink sink(out, std::size_t(pointCount) * kPointLine);
+    const C3DPoint* p = points->GetFirst();
+    for (int i = 0; i < pointCount; ++i) {
+      if (cancel.Tick())
+        throw Cancelled{};
+      char* w = sink.Reserve(std::size_t(tabs) + 3 * kFloatChars + 2);
+      w = PutText(w, "\t\t\t\t\t\t\t\t", std::size_t(tabs));
+      w = PutFloat(w, p[i].x);
+      w = PutFloat(w, p[i].y);
+      w = PutFloat(w, p[i].z);
+      w = i + 1 < pointCount ? PutText(w, "\n", 1) : PutText(w, ";\n", 2);
+      sink.Commit(w);
+    }
   }
   RemoveTab();
 
@@ -290,19 +338,24 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
   out += "\".ed\";\n";
   WriteString(out, ("setAttr \".ed[0:" + std::to_string(edgeCount - 1) + "]\"\n").c_str(), 1);
   AddTab();
-  for (int e = 0; e < edgeCount; ++e) {
-    if (cancel.Tick())
-      throw Cancelled{};
-    if (e % 10 == 0)
-      WriteString(out, "", 1);
-    const C3DEdge& edge = numbering.edges[std::size_t(e)];
-    PutInt(out, edge.first);
-    PutInt(out, edge.second);
-    out += "0 "; // not a hard edge
-    if (e + 1 == edgeCount)
-      out += ";\n";
-    else if (e % 10 == 9)
-      out += '\n';
+  {
+    CTextSink sink(out, std::size_t(edgeCount) * kEdgeText);
+    for (int e = 0; e < edgeCount; ++e) {
+      if (cancel.Tick())
+        throw Cancelled{};
+      char* w = sink.Reserve(std::size_t(tabs) + 64);
+      if (e % 10 == 0)
+        w = PutText(w, "\t\t\t\t\t\t\t\t", std::size_t(tabs));
+      const C3DEdge& edge = numbering.edges[std::size_t(e)];
+      w = PutInt(w, edge.first);
+      w = PutInt(w, edge.second);
+      w = PutText(w, "0 ", 2); // not a hard edge
+      if (e + 1 == edgeCount)
+        w = PutText(w, ";\n", 2);
+      else if (e % 10 == 9)
+        w = PutText(w, "\n", 1);
+      sink.Commit(w);
+    }
   }
   RemoveTab();
 
@@ -314,16 +367,22 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
       ("setAttr \".fc[0:" + std::to_string(faceCount - 1) + "]\" -type \"polyFaces\"\n").c_str(),
       1);
   AddTab();
-  const int* side = numbering.sides.data();
-  for (int i = 0; i < faceCount; ++i) {
-    if (cancel.Tick())
-      throw Cancelled{};
-    const int n = faces[written[std::size_t(i)]].GetSize();
-    WriteString(out, "f ", 1);
-    PutInt(out, n);
-    for (int k = 0; k < n; ++k)
-      PutInt(out, *side++);
-    out += i + 1 < faceCount ? "\n" : ";\n";
+  {
+    CTextSink sink(out, std::size_t(faceCount) * kFaceLine + numbering.sides.size() * kSideText);
+    const int* side = numbering.sides.data();
+    for (int i = 0; i < faceCount; ++i) {
+      if (cancel.Tick())
+        throw Cancelled{};
+      const int n = faces[written[std::size_t(i)]].GetSize();
+      char* w = sink.Reserve(std::size_t(tabs) + 4 + 13 * (std::size_t(n) + 1));
+      w = PutText(w, "\t\t\t\t\t\t\t\t", std::size_t(tabs));
+      w = PutText(w, "f ", 2);
+      w = PutInt(w, n);
+      for (int k = 0; k < n; ++k)
+        w = PutInt(w, *side++);
+      w = i + 1 < faceCount ? PutText(w, "\n", 1) : PutText(w, ";\n", 2);
+      sink.Commit(w);
+    }
   }
   RemoveTab();
   RemoveTab();
