@@ -314,6 +314,9 @@ C3DSceneNode* CAmapiIo::LoadAmapiObject(Input& in, FileDescription& description,
 
 void CAmapiIo::ReadGeometry(Input& in, FileDescription& d, Geometry& geometry) {
   codec::CBinaryCursor& c = in.cursor;
+  // A damaged chunk changes nothing: the object keeps what it had before it.
+  const FileDescription before = d;
+  Geometry read;
   try {
     c.Need(kInfoBytes);
     in.Charge(kInfoBytes);
@@ -332,9 +335,6 @@ void CAmapiIo::ReadGeometry(Input& in, FileDescription& d, Geometry& geometry) {
       word = c.U32();
     c.U32();
 
-    // A later "geom" of the same object replaces the lists of an earlier one.
-    geometry.points.reset();
-    geometry.faces.reset();
     if (d.pointCount > 0) {
       c.NeedRecords(d.pointCount, kPointBytes, "points");
       in.Charge(std::uint64_t(d.pointCount) * kPointBytes);
@@ -352,7 +352,7 @@ void CAmapiIo::ReadGeometry(Input& in, FileDescription& d, Geometry& geometry) {
       // A closed curve repeats its first point at the end.
       if (closeCurve)
         out[d.pointCount] = out[0];
-      geometry.points = std::move(points);
+      read.points = std::move(points);
     }
     c.NeedRecords(d.skipCount, 8, "records");
     c.Skip(std::size_t(d.skipCount) * 8);
@@ -364,36 +364,39 @@ void CAmapiIo::ReadGeometry(Input& in, FileDescription& d, Geometry& geometry) {
       if (d.faceCount > d.faceWords)
         c.Fail("more faces than face words");
       codec::CBinaryCursor block = c.Sub(std::size_t(d.faceWords) * 4);
-      const int pointCount = geometry.points ? int(d.pointCount) : 0;
+      const int pointCount = read.points ? int(d.pointCount) : 0;
       auto faces = std::make_unique<C3DFaceList>();
-      faces->SetSize(int(d.faceCount));
+      // Only faces of three corners or more are kept, four words each at least.
+      faces->SetSize(int(std::min(d.faceCount, d.faceWords / 4)));
       int kept = 0;
       for (std::uint32_t f = 0; f < d.faceCount; ++f) {
         in.Poll();
         const std::uint32_t corners = block.U32();
         block.NeedRecords(corners, 4, "face corners");
-        C3DFace& face = (*faces)[kept];
-        face.SetSize(int(corners));
-        int* idx = face.GetData();
-        bool drawable = corners >= 3;
-        for (std::uint32_t k = 0; k < corners; ++k) {
-          const std::uint32_t v = block.U32();
-          drawable = drawable && v < std::uint32_t(pointCount);
-          idx[k] = int(v);
-        }
         // Faces that cannot be drawn (fewer than three corners, a corner
         // outside the point list) are left out.
-        if (drawable)
-          ++kept;
+        bool drawable = corners >= 3;
+        for (std::uint32_t k = 0; k < corners && drawable; ++k)
+          drawable = codec::LoadU32BE(block.Data() + 4 * k) < std::uint32_t(pointCount);
+        if (!drawable) {
+          block.Skip(std::size_t(corners) * 4);
+          continue;
+        }
+        C3DFace& face = (*faces)[kept++];
+        face.SetSize(int(corners));
+        int* idx = face.GetData();
+        for (std::uint32_t k = 0; k < corners; ++k)
+          idx[k] = int(block.U32());
       }
       faces->SetSize(kept);
-      geometry.faces = std::move(faces);
+      read.faces = std::move(faces);
     }
   } catch (const codec::CFormatError&) {
-    // A body cut short loses the chunk's geometry, as damaged chunks are skipped.
-    geometry.points.reset();
-    geometry.faces.reset();
+    d = before;
+    return;
   }
+  // A later "geom" of the same object replaces the lists of an earlier one.
+  geometry = std::move(read);
 }
 
 } // namespace meshcore

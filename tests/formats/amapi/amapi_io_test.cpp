@@ -179,7 +179,7 @@ TEST_F(AmapiIo, NamesAndObjectsWithoutNodes) {
 // Other programs' ".a3d" files: no scene, the error code as it was.
 TEST_F(AmapiIo, OtherFilesAreNotRead) {
   for (const std::string& text : {std::string(), std::string("AMA"), std::string("amap...."),
-                                 std::string("3D Studio ascii\n")}) {
+                                  std::string("3D Studio ascii\n")}) {
     ByteBuilder b;
     for (char c : text)
       b.u1(std::uint8_t(c));
@@ -403,4 +403,46 @@ TEST_F(AmapiIo, TruncatedFilesFailCleanly) {
       EXPECT_NE(r.error, IO_FILE_OK) << n;
     }
   }
+}
+
+// What an AMAPI file holds survives a trip through a Lightwave object.
+TEST_F(AmapiIo, RoundTripThroughLightwave) {
+  ByteBuilder box;
+  Name(box, "Box");
+  Colour(box, 0x10, 0x20, 0x30);
+  Geom(box, {}, {{0, 0, 0}, {2, 0, 0}, {2, 3, 0}, {0, 3, 0}, {1, 1, 5}},
+       {{0, 1, 2, 3}, {0, 1, 4}, {1, 2, 4}});
+  End(box);
+  Info curve;
+  curve.curve = 1;
+  const auto dir = test::ScratchDir("amapi_round_trip");
+  const std::string a3d = (dir / "in.a3d").string(), lwo = (dir / "out.lwo").string();
+  test::WriteFileBytes(a3d, File({box, Object("Ring", kSquare, {}, curve)}).data);
+
+  C3DIo in(a3d, FILE_PARSER_LOADING | FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS);
+  std::unique_ptr<C3DScene> scene = in.ReadScene();
+  ASSERT_TRUE(scene);
+  C3DIo out(lwo, FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS);
+  ASSERT_EQ(out.SaveScene(*scene), 1) << out.GetIoErrorTxt();
+  C3DIo back(lwo, FILE_PARSER_LOADING | FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS);
+  std::unique_ptr<C3DScene> again = back.ReadScene();
+  ASSERT_TRUE(again);
+  EXPECT_EQ(again->GetFaceNbr(), 3);
+  EXPECT_EQ(again->GetPointNbr(), scene->GetPointNbr());
+  int curves = 0;
+  bool colour = false;
+  for (C3DSceneNode* node : Nodes(*again)) {
+    C3DBaseObject* o = node->GetBaseObject();
+    if (o && o->GetKindOf() == OBJECT_CURVE) {
+      ++curves;
+      EXPECT_EQ(o->GetPointNbr(), 5);
+    }
+  }
+  for (MaterialPosition pos = again->GetFirstMaterial(); pos;) {
+    const CRGBColor& c = again->GetNextMaterial(pos)->GetDiffuseColor();
+    colour = colour || (c.r == 0x30 && c.g == 0x20 && c.b == 0x10);
+  }
+  EXPECT_EQ(curves, 1);
+  EXPECT_TRUE(colour);
+  std::filesystem::remove_all(dir);
 }
