@@ -35,18 +35,12 @@ constexpr const char* kMakerAddress = "https://quillmesh.example";
 
 struct Cancelled {};
 
-// "%d "
 char* PutInt(char* p, long long v) {
   p = std::to_chars(p, p + 24, v).ptr;
   *p++ = ' ';
   return p;
 }
-void PutInt(std::string& out, long long v) {
-  char buf[32];
-  out.append(buf, PutInt(buf, v));
-}
 
-// "%f " in the C locale. Maya cannot read "nan" or "inf": they are written as 0.
 constexpr std::size_t kFloatChars = 64;
 char* PutFloat(char* p, float v) {
   if (!std::isfinite(v))
@@ -54,10 +48,6 @@ char* PutFloat(char* p, float v) {
   p = std::to_chars(p, p + kFloatChars - 1, v, std::chars_format::fixed, 6).ptr;
   *p++ = ' ';
   return p;
-}
-void PutFloat(std::string& out, float v) {
-  char buf[kFloatChars];
-  out.append(buf, PutFloat(buf, v));
 }
 
 char* PutText(char* p, const char* text, std::size_t n) {
@@ -203,6 +193,16 @@ void RegisterMayaCodec() {
 }
 
 CMayaIo::CMayaIo(CFileIo& owner) : C3DParser(owner) {}
+
+std::string CMayaIo::IntString(int value) {
+  char buf[32];
+  return std::string(buf, PutInt(buf, value));
+}
+
+std::string CMayaIo::FloatString(float value) {
+  char buf[kFloatChars];
+  return std::string(buf, PutFloat(buf, value));
+}
 CMayaIo::~CMayaIo() = default;
 
 void CMayaIo::WriteString(std::string& out, const char* text, int indent) {
@@ -309,7 +309,7 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
   WriteString(out, "setAttr -k off \".v\";\n", 1);
 
   WriteString(out, "setAttr -s ", 1);
-  PutInt(out, pointCount);
+  out += IntString(pointCount);
   out += "\".vt\";\n";
   WriteString(
       out, ("setAttr \".vt[0:" + std::to_string(pointCount - 1) + "]\" -type \"float3\"\n").c_str(),
@@ -334,7 +334,7 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
   RemoveTab();
 
   WriteString(out, "setAttr -s ", 1);
-  PutInt(out, edgeCount);
+  out += IntString(edgeCount);
   out += "\".ed\";\n";
   WriteString(out, ("setAttr \".ed[0:" + std::to_string(edgeCount - 1) + "]\"\n").c_str(), 1);
   AddTab();
@@ -360,7 +360,7 @@ int CMayaIo::SaveMesh(std::string& out, C3DSceneNode*, C3DBaseObject* object,
   RemoveTab();
 
   WriteString(out, "setAttr -s ", 1);
-  PutInt(out, faceCount);
+  out += IntString(faceCount);
   out += "\".fc\";\n";
   WriteString(
       out,
@@ -401,9 +401,9 @@ int CMayaIo::SaveCurve(std::string& out, C3DSceneNode*, C3DBaseObject* curve,
     if (cancel.Tick())
       throw Cancelled{};
     WriteString(out, "-p ", 1);
-    PutFloat(out, p[i].x);
-    PutFloat(out, p[i].y);
-    PutFloat(out, p[i].z);
+    out += FloatString(p[i].x);
+    out += FloatString(p[i].y);
+    out += FloatString(p[i].z);
     out += i + 1 < count ? "\n" : ";\n";
   }
   RemoveTab();
@@ -421,9 +421,9 @@ void CMayaIo::SaveMaterials(std::string& out, C3DScene* scene) {
     // "- type" is what this writer has always put.
     WriteString(out, "setAttr \".c\" - type \"float3\" ", 1);
     const CRGBColor& c = m.material->GetDiffuseColor();
-    PutFloat(out, codec::ColorUnit(c.r));
-    PutFloat(out, codec::ColorUnit(c.g));
-    PutFloat(out, codec::ColorUnit(c.b));
+    out += FloatString(codec::ColorUnit(c.r));
+    out += FloatString(codec::ColorUnit(c.g));
+    out += FloatString(codec::ColorUnit(c.b));
     out += ";\n";
     RemoveTab();
     WriteString(out, ("createNode \"shadingEngine\" -n \"SE_" + m.name + "\";\n").c_str(), 1);

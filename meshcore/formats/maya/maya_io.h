@@ -49,6 +49,11 @@ public:
   void AddTab() { ++m_tab; }
   void RemoveTab() { --m_tab; }
 
+  // "%d " and "%f " (six decimals, C locale), each with its trailing blank.
+  // Maya reads no "nan" or "inf": such values are written as 0.
+  static std::string IntString(int value);
+  static std::string FloatString(float value);
+
 protected:
   void SaveHeader(std::string& out, const std::string& fileName);
   // 0 when cancelled.

@@ -204,6 +204,11 @@ TEST_F(AmapiIo, OtherFilesAreNotRead) {
   auto scene = good.ReadScene();
   ASSERT_TRUE(scene);
   EXPECT_EQ(scene->GetFaceNbr(), 1);
+  // Nothing is written as AMAPI.
+  C3DIo save((dir / "copy.a3d").string(), FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS);
+  EXPECT_EQ(save.SaveScene(*scene), 0);
+  EXPECT_EQ(save.GetIoError(), IO_FILE_UNKNOWN_TYPE);
+  EXPECT_FALSE(std::filesystem::exists(dir / "copy.a3d"));
   std::filesystem::remove_all(dir);
 }
 

@@ -25,6 +25,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <limits>
 #include <sstream>
 
 using namespace meshcore;
@@ -281,6 +282,16 @@ TEST_F(MayaIo, WhatIsWrittenAndWhatIsLeftOut) {
   C3DIo io(File("empty.ma"), FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS);
   EXPECT_EQ(io.SaveScene(empty), 1);
   EXPECT_EQ(std::filesystem::file_size(File("empty.ma")), 0u);
+}
+
+TEST_F(MayaIo, NumbersAsMayaReadsThem) {
+  EXPECT_EQ(CMayaIo::IntString(-12), "-12 ");
+  EXPECT_EQ(CMayaIo::FloatString(-1.5f), "-1.500000 ");
+  EXPECT_EQ(CMayaIo::FloatString(1e-7f), "0.000000 ");
+  EXPECT_EQ(CMayaIo::FloatString(123456.789f), "123456.789062 ");
+  EXPECT_EQ(CMayaIo::FloatString(3e38f).back(), ' ');
+  EXPECT_EQ(CMayaIo::FloatString(std::numeric_limits<float>::quiet_NaN()), "0.000000 ");
+  EXPECT_EQ(CMayaIo::FloatString(-std::numeric_limits<float>::infinity()), "0.000000 ");
 }
 
 TEST_F(MayaIo, NamesFollowMayasRules) {
