@@ -193,6 +193,7 @@ void RegisterMayaCodec() {
 }
 
 CMayaIo::CMayaIo(CFileIo& owner) : C3DParser(owner) {}
+CMayaIo::~CMayaIo() = default;
 
 std::string CMayaIo::IntString(int value) {
   char buf[32];
@@ -203,7 +204,6 @@ std::string CMayaIo::FloatString(float value) {
   char buf[kFloatChars];
   return std::string(buf, PutFloat(buf, value));
 }
-CMayaIo::~CMayaIo() = default;
 
 void CMayaIo::WriteString(std::string& out, const char* text, int indent) {
   if (indent)
