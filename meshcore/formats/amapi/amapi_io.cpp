@@ -254,13 +254,14 @@ C3DSceneNode* CAmapiIo::LoadAmapiObject(Input& in, FileDescription& description,
       group = new C3DSceneNode(new C3DGroup(), 0);
       AddNode(parent, group);
       for (std::uint32_t i = 0; i < children; ++i) {
-        // A child with nothing left to read is the end of the group, whatever
-        // its count says.
-        if (in.cursor.AtEnd())
-          break;
+        // A child that finds nothing left to read is the end of the group,
+        // whatever its count says.
+        const std::size_t from = in.Pos();
         FileDescription child;
         if (C3DSceneNode* node = LoadAmapiObject(in, child, group, depth + 1))
           AddNode(group, node);
+        if (in.Pos() == from)
+          break;
       }
     } else if (id == kControl) {
       FileDescription child;

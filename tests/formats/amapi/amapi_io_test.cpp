@@ -337,6 +337,12 @@ TEST_F(AmapiIo, HostileCountsAndNesting) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   ASSERT_TRUE(h.scene);
   EXPECT_TRUE(Find(*h.scene, "child"));
+  // The same with a few bytes left over at the end, too few for a tag.
+  ByteBuilder tail = File({huge}, false);
+  tail.u1(0).u1(0);
+  const auto again = std::chrono::steady_clock::now();
+  EXPECT_TRUE(ReadBytes(tail).scene);
+  EXPECT_LT(std::chrono::steady_clock::now() - again, std::chrono::seconds(2));
 }
 
 // Chunks whose sizes send the reader back over the same bytes again and
