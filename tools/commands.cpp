@@ -2,6 +2,7 @@
 #include "tools/tool.h"
 
 #include "meshcore/formats/library.h"
+#include "meshcore/formats/maya/maya_io.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_info.h"
 #include "meshcore/io/file_registry.h"
@@ -115,13 +116,16 @@ int FailCannotOpen(Output& output, const std::string& file) {
 // The library's text for the operation's error, or what the codec showed when
 // the code has no text of its own (a file that could not be opened).
 int FailIo(Output& output, CToolHost& host, const std::string& file, const CFileIo& io) {
+  // A codec may fail without a code (AMAPI on a file of another kind): still a failure.
+  const int status =
+      io.GetIoError() == IO_FILE_OK ? int(kExitFailure) : ExitStatusForIoError(io.GetIoError());
   std::string text = io.GetIoErrorTxt();
   const std::string shown = host.TakeLastMessage();
   if (text.empty() && !shown.empty())
-    return Fail(output, {}, shown, ExitStatusForIoError(io.GetIoError()));
+    return Fail(output, {}, shown, status);
   if (text.empty())
     return FailCannotOpen(output, file);
-  return Fail(output, file, text, ExitStatusForIoError(io.GetIoError()), io.GetIoErrorDetail());
+  return Fail(output, file, text, status, io.GetIoErrorDetail());
 }
 
 unsigned IoFlags(const Options& options, bool loading) {
@@ -327,6 +331,12 @@ int RunConvert(Output& output, CToolHost& host, const Options& options) {
   status = SaveScene(output, host, options, out, *scene);
   if (status != kExitOk)
     return status;
+  // A Maya file holds no shading unless its host adds the materials.
+  if (fileGetClass(CFileInfo(out).GetExtension()) == fileMakeClassCode("MAYA")) {
+    C3DIo io(out, IoFlags(options, false));
+    if (!CMayaIo(io).AppendMaterials(out, scene.get()))
+      return FailIo(output, host, out, io);
+  }
   if (!options.silent)
     std::fprintf(output.out, "%s -> %s: %d nodes, %d points, %d faces, %d materials\n", in.c_str(),
                  out.c_str(), scene->GetNodeNbr(0), scene->GetPointNbr(), scene->GetFaceNbr(),

@@ -5,6 +5,9 @@
 #include "meshcore/formats/lightwave_scene/lightwave_scene_io.h"
 #include "meshcore/formats/studio3d/studio3d_io.h"
 #include "meshcore/formats/wavefront/wavefront_io.h"
+#include "meshcore/formats/amapi/amapi_io.h"
+#include "meshcore/formats/lightwave/lightwave_io.h"
+#include "meshcore/formats/maya/maya_io.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_registry.h"
 #include "meshcore/io/parser_3d.h"
@@ -26,9 +29,10 @@ void RegisterBuiltinCodecs() {
   RegisterLightwaveSceneCodec();
   Register3DStudioCodec();
   RegisterWavefrontCodec();
+  RegisterAmapiCodec();
+  RegisterMayaCodec();
   // Not written yet, so C3DIo answers "unknown file type" for them:
-  // "LIGS" CLightwaveSceneIo, "VRML" CVrmlIo, "MAYA" CMayaIo, "AMAP" CAmapiIo,
-  // "WVFT" CWavefrontIo, "3DST" C3DStudioIo, "DXF " CDxfIo, "TRUE" CTruespaceIo.
+  // "VRML" CVrmlIo, "DXF " CDxfIo, "TRUE" CTruespaceIo.
 }
 
 void InitMeshcore() {
