@@ -15,6 +15,7 @@
 #include "meshcore/containers/stack.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/lightwave/lightwave_io.h"
+#include "meshcore/formats/vrml/vrml_io.h"
 #include "meshcore/geometry/gamma.h"
 #include "meshcore/geometry/hsl.h"
 #include "meshcore/geometry/matrix_4x4.h"

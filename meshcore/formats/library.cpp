@@ -1,6 +1,7 @@
 #include "meshcore/formats/library.h"
 
 #include "meshcore/formats/lightwave/lightwave_io.h"
+#include "meshcore/formats/vrml/vrml_io.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_registry.h"
 #include "meshcore/io/parser_3d.h"
@@ -18,6 +19,7 @@ std::atomic<int> g_initialized{0};
 
 void RegisterBuiltinCodecs() {
   RegisterLightwaveCodec();
+  RegisterVrmlCodec();
   // Not written yet, so C3DIo answers "unknown file type" for them:
   // "LIGS" CLightwaveSceneIo, "VRML" CVrmlIo, "MAYA" CMayaIo, "AMAP" CAmapiIo,
   // "WVFT" CWavefrontIo, "3DST" C3DStudioIo, "DXF " CDxfIo, "TRUE" CTruespaceIo.
