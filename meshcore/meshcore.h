@@ -104,6 +104,7 @@
 #include "meshcore/vrml_parser/qv_dict.h"
 #include "meshcore/vrml_parser/qv_field.h"
 #include "meshcore/vrml_parser/qv_graph.h"
+#include "meshcore/vrml_parser/qv_inventor_nodes.h"
 #include "meshcore/vrml_parser/qv_mfields.h"
 #include "meshcore/vrml_parser/qv_new.h"
 #include "meshcore/vrml_parser/qv_node.h"

@@ -1,4 +1,5 @@
 #include "meshcore/vrml_parser/qv_nodes.h"
+#include "meshcore/vrml_parser/qv_inventor_nodes.h"
 #include "meshcore/vrml_parser/qv_state.h"
 
 #include <algorithm>
@@ -75,28 +76,37 @@ struct Registration {
 
 // Sorted by name for the binary search in QvNode::Create.
 constexpr Registration kRegistry[] = {
+    {"Array", &Make<QvArray>},
     {"AsciiText", &Make<QvAsciiText>},
+    {"BaseColor", &Make<QvBaseColor>},
     {"Cone", &Make<QvCone>},
     {"Coordinate3", &Make<QvCoordinate3>},
     {"Cube", &Make<QvCube>},
     {"Cylinder", &Make<QvCylinder>},
     {"DirectionalLight", &Make<QvDirectionalLight>},
+    {"FaceSet", &Make<QvFaceSet>},
+    {"File", &Make<QvFile>},
     {"FontStyle", &Make<QvFontStyle>},
     {"Group", &Make<QvGroup>},
     {"IndexedFaceSet", &Make<QvIndexedFaceSet>},
     {"IndexedLineSet", &Make<QvIndexedLineSet>},
+    {"IndexedTriangleStripSet", &Make<QvIndexedTriangleStripSet>},
     {"Info", &Make<QvInfo>},
     {"LOD", &Make<QvLOD>},
     {"Material", &Make<QvMaterial>},
     {"MaterialBinding", &Make<QvMaterialBinding>},
     {"MatrixTransform", &Make<QvMatrixTransform>},
+    {"MultipleCopy", &Make<QvMultipleCopy>},
     {"Normal", &Make<QvNormal>},
     {"NormalBinding", &Make<QvNormalBinding>},
     {"OrthographicCamera", &Make<QvOrthographicCamera>},
+    {"PackedColor", &Make<QvPackedColor>},
     {"PerspectiveCamera", &Make<QvPerspectiveCamera>},
     {"PointLight", &Make<QvPointLight>},
     {"PointSet", &Make<QvPointSet>},
+    {"QuadMesh", &Make<QvQuadMesh>},
     {"Rotation", &Make<QvRotation>},
+    {"RotationXYZ", &Make<QvRotationXYZ>},
     {"Scale", &Make<QvScale>},
     {"Separator", &Make<QvSeparator>},
     {"ShapeHints", &Make<QvShapeHints>},
@@ -106,9 +116,11 @@ constexpr Registration kRegistry[] = {
     {"Texture2", &Make<QvTexture2>},
     {"Texture2Transform", &Make<QvTexture2Transform>},
     {"TextureCoordinate2", &Make<QvTextureCoordinate2>},
+    {"TextureCoordinateBinding", &Make<QvTextureCoordinateBinding>},
     {"Transform", &Make<QvTransform>},
     {"TransformSeparator", &Make<QvTransformSeparator>},
     {"Translation", &Make<QvTranslation>},
+    {"TriangleStripSet", &Make<QvTriangleStripSet>},
     {"VertexProperty", &Make<QvVertexProperty>},
     {"WWWAnchor", &Make<QvWWWAnchor>},
     {"WWWInline", &Make<QvWWWInline>},

@@ -24,6 +24,7 @@
 #include "meshcore/scene/scene.h"
 #include "meshcore/scene/scene_node.h"
 #include "meshcore/vrml_parser/qv_graph.h"
+#include "meshcore/vrml_parser/qv_inventor_nodes.h"
 #include "meshcore/vrml_parser/qv_nodes.h"
 #include "meshcore/vrml_parser/qv_state.h"
 
@@ -96,6 +97,18 @@ struct FaceRec {
   std::uint32_t count;
   std::int64_t material; // entry of the material element, -1 for the default material
 };
+
+struct FacesOut {
+  std::vector<Corner>* corners;
+  std::vector<FaceRec>* faces;
+};
+
+// Colour entry i of packed Inventor colours (0xRRGGBBAA) as 0..1 values.
+std::array<float, 4> Unpack(std::int32_t packed) {
+  const auto v = std::uint32_t(packed);
+  return {float(v >> 24) / 255.0f, float((v >> 16) & 0xFF) / 255.0f,
+          float((v >> 8) & 0xFF) / 255.0f, float(v & 0xFF) / 255.0f};
+}
 
 } // namespace
 
@@ -174,8 +187,9 @@ C3DScene* CVrmlIo::Read(const std::string& name, unsigned flags) {
     return nullptr; // the error code stays as it was
   std::string text(reinterpret_cast<const char*>(input.GetData()), input.GetSize());
   input.Close();
-  std::error_code ec;
   std::string dir = std::filesystem::path(name).parent_path().string();
+  if (dir.empty())
+    dir = ".";
   return ReadText(std::move(text), flags, dir);
 }
 
@@ -218,7 +232,8 @@ void ScanGraph(QvNode& root, std::unordered_map<const QvNode*, const QvCoordinat
     stack.pop_back();
     if (node->IsShape() && node->GetName().empty() && name)
       names.emplace(node, *name);
-    if (!node->CanHaveChildren() || !seen.insert(node).second)
+    const bool group = node->CanHaveChildren() || node->GetType() == QV_NODE_TYPE::File;
+    if (!group || !seen.insert(node).second)
       continue;
     if (node->GetType() == QV_NODE_TYPE::Separator && !node->GetName().empty() &&
         node->GetName()[0] != '+')
@@ -233,6 +248,81 @@ void ScanGraph(QvNode& root, std::unordered_map<const QvNode*, const QvCoordinat
   }
 }
 
+// The nodes of the files that File nodes name, each read once, relative to
+// the file that names it; a file that (through others) names itself is left out.
+class CFileLoader {
+public:
+  static constexpr int kMaxDepth = 8;
+  static constexpr std::size_t kMaxFiles = 256;
+
+  void Load(QvNode& root, const std::filesystem::path& dir, int depth) {
+    std::vector<QvNode*> stack{&root};
+    while (!stack.empty()) {
+      QvNode* node = stack.back();
+      stack.pop_back();
+      if (!m_seen.insert(node).second)
+        continue;
+      if (node->GetType() == QV_NODE_TYPE::File) {
+        LoadFile(static_cast<QvFile&>(*node), dir, depth);
+        continue;
+      }
+      if (node->CanHaveChildren())
+        for (QvNode* child : static_cast<QvGroup*>(node)->children)
+          stack.push_back(child);
+    }
+  }
+  std::uint64_t GetBytes() const { return m_bytes; }
+
+private:
+  void LoadFile(QvFile& file, const std::filesystem::path& dir, int depth) {
+    if (file.name.value.empty() || depth >= kMaxDepth)
+      return;
+    std::error_code ec;
+    std::filesystem::path path(file.name.value);
+    if (path.is_relative())
+      path = dir / path;
+    path = std::filesystem::weakly_canonical(path, ec);
+    if (ec)
+      return;
+    const std::string key = path.string();
+    if (m_chain.count(key))
+      return;
+    QvNode* root = nullptr;
+    if (auto it = m_loaded.find(key); it != m_loaded.end()) {
+      root = it->second;
+    } else {
+      if (m_loaded.size() >= kMaxFiles)
+        return;
+      m_loaded[key] = nullptr;
+      codec::CFileInput input;
+      if (input.Open(key) != IO_FILE_OK)
+        return;
+      m_bytes += input.GetSize();
+      QvTextSource in;
+      in.SetErrorSink([](const std::string&) {});
+      in.SetBuffer(std::string(reinterpret_cast<const char*>(input.GetData()), input.GetSize()));
+      input.Close();
+      std::unique_ptr<QvGraph> graph = QvGraph::Read(in);
+      if (!graph)
+        return;
+      root = graph->GetRoot();
+      m_graphs.push_back(std::move(graph));
+      m_loaded[key] = root;
+      m_chain.insert(key);
+      Load(*root, path.parent_path(), depth + 1);
+      m_chain.erase(key);
+    }
+    if (root)
+      file.children.assign(1, root);
+  }
+
+  std::vector<std::unique_ptr<QvGraph>> m_graphs;
+  std::map<std::string, QvNode*> m_loaded;
+  std::set<std::string> m_chain;
+  std::unordered_set<const QvNode*> m_seen;
+  std::uint64_t m_bytes = 0;
+};
+
 template <void (CVrmlIo::*Fn)(QvNode&, QvState&)> QvState::ShapeCallback Forward() {
   return [](QvNode& shape, QvState& state) {
     CVrmlIo* io = GetVrmlReaderOfThread();
@@ -244,7 +334,7 @@ template <void (CVrmlIo::*Fn)(QvNode&, QvState&)> QvState::ShapeCallback Forward
 
 } // namespace
 
-C3DScene* CVrmlIo::ReadText(std::string text, unsigned flags, const std::string&) {
+C3DScene* CVrmlIo::ReadText(std::string text, unsigned flags, const std::string& baseDir) {
   const std::size_t textSize = text.size();
   QvTextSource in;
   std::string firstError;
@@ -270,16 +360,30 @@ C3DScene* CVrmlIo::ReadText(std::string text, unsigned flags, const std::string&
     return nullptr;
   }
 
+  // Files named by File nodes are read only for files on disk.
+  CFileLoader files;
+  if (!baseDir.empty()) {
+    try {
+      files.Load(*graph->GetRoot(), baseDir, 0);
+    } catch (const std::bad_alloc&) {
+      SetIoError(IO_FILE_BAD_FORMAT, "out of memory");
+      return nullptr;
+    }
+  }
+
   auto scene = std::make_unique<C3DScene>();
   m_read = std::make_unique<ReadContext>();
   m_read->scene = scene.get();
-  m_read->budget = (std::uint64_t(1) << 22) + 4 * std::uint64_t(textSize);
+  m_read->budget = (std::uint64_t(1) << 22) + 4 * (std::uint64_t(textSize) + files.GetBytes());
   ScanGraph(*graph->GetRoot(), m_read->trailingCoordinates, m_read->separatorNames);
 
   QvState state;
   state.SetErrorSink([](const std::string&) {});
   m_read->state = &state;
-  state.SetCallback(QV_NODE_TYPE::IndexedFaceSet, Forward<&CVrmlIo::FaceSetCallback>());
+  for (QV_NODE_TYPE t :
+       {QV_NODE_TYPE::IndexedFaceSet, QV_NODE_TYPE::IndexedTriangleStripSet, QV_NODE_TYPE::FaceSet,
+        QV_NODE_TYPE::TriangleStripSet, QV_NODE_TYPE::QuadMesh})
+    state.SetCallback(t, Forward<&CVrmlIo::FaceSetCallback>());
   state.SetCallback(QV_NODE_TYPE::IndexedLineSet, Forward<&CVrmlIo::LineSetCallback>());
   state.SetCallback(QV_NODE_TYPE::PointSet, Forward<&CVrmlIo::PointSetCallback>());
   for (QV_NODE_TYPE t :
@@ -324,15 +428,6 @@ C3DScene* CVrmlIo::ReadText(std::string text, unsigned flags, const std::string&
   return scene.release();
 }
 
-std::size_t CVrmlIo::MaterialCount(QvState& state) const {
-  const QvMaterial* m = state.GetMaterial();
-  if (!m)
-    return 1;
-  return std::max<std::size_t>({1, m->diffuseColor.values.size(), m->ambientColor.values.size(),
-                                m->specularColor.values.size(), m->shininess.values.size(),
-                                m->transparency.values.size()});
-}
-
 unsigned CVrmlIo::MaterialFromState(QvState& state, std::size_t entry) {
   ReadContext& rc = *m_read;
   const QvMaterial* node = state.GetMaterial();
@@ -340,8 +435,11 @@ unsigned CVrmlIo::MaterialFromState(QvState& state, std::size_t entry) {
   const QvTexture2* texture = state.GetTexture2();
   if (texture && texture->filename.value.empty())
     texture = nullptr;
+  const QvMFLong* packed = state.GetPackedColor();
+  if (packed && packed->values.empty())
+    packed = nullptr;
   const auto key = std::make_tuple(static_cast<const void*>(&m), static_cast<const void*>(texture),
-                                   static_cast<const void*>(nullptr), entry);
+                                   static_cast<const void*>(packed), entry);
   if (auto it = rc.byState.find(key); it != rc.byState.end())
     return it->second;
 
@@ -359,6 +457,11 @@ unsigned CVrmlIo::MaterialFromState(QvState& state, std::size_t entry) {
   // The writer puts the specular factor into shininess: read it back from there.
   made.SetSpecularFactor(Entry(m.shininess.values, entry, kShine));
   made.SetTransparencyFactor(Entry(m.transparency.values, entry, kZero));
+  if (packed) {
+    const auto c = Unpack(Entry(packed->values, entry, std::int32_t(-1)));
+    made.SetDiffuseColor(colour({c[0], c[1], c[2]}));
+    made.SetTransparencyFactor(1.0f - c[3]);
+  }
   if (texture)
     made.AddMaterialMap(texture->filename.value, kNoChannel, MAP_DIFFUSE);
 
@@ -384,7 +487,7 @@ unsigned CVrmlIo::MaterialFromState(QvState& state, std::size_t entry) {
     *created = made;
     if (!m.GetName().empty()) {
       std::string name = m.GetName();
-      if (MaterialCount(state) > 1)
+      if (m.diffuseColor.values.size() > 1)
         name += "_" + std::to_string(entry);
       created->SetName(codec::MakeUniqueName(rc.usedNames, name));
     }
@@ -422,9 +525,12 @@ unsigned FaceMode(const QvState& state) {
   return mode;
 }
 
-// The material entry of face `face` under the binding in force, -1 for the default.
-std::int64_t FaceMaterial(int binding, std::size_t face, std::size_t count,
+// The material entry of a face under the binding in force, -1 for the default.
+// Strip sets bind PER_PART to their strips and PER_FACE to their triangles;
+// face sets have one part per face.
+std::int64_t FaceMaterial(int binding, std::size_t face, std::size_t part, std::size_t count,
                           const std::vector<std::int32_t>& materialIndex) {
+  std::size_t i = face;
   switch (binding) {
   case QV_BINDING_DEFAULT:
   case QV_BINDING_OVERALL:
@@ -432,13 +538,16 @@ std::int64_t FaceMaterial(int binding, std::size_t face, std::size_t count,
   case QV_BINDING_PER_VERTEX_INDEXED:
     return 0;
   case QV_BINDING_PER_PART:
+    i = part;
+    [[fallthrough]];
   case QV_BINDING_PER_FACE:
-    return face < count ? std::int64_t(face) : -1;
+    return i < count ? std::int64_t(i) : -1;
   case QV_BINDING_PER_PART_INDEXED:
+    i = part;
+    [[fallthrough]];
   case QV_BINDING_PER_FACE_INDEXED:
-    if (face < materialIndex.size() && materialIndex[face] >= 0 &&
-        std::size_t(materialIndex[face]) < count)
-      return materialIndex[face];
+    if (i < materialIndex.size() && materialIndex[i] >= 0 && std::size_t(materialIndex[i]) < count)
+      return materialIndex[i];
     return -1;
   default:
     return -1;
@@ -448,6 +557,61 @@ std::int64_t FaceMaterial(int binding, std::size_t face, std::size_t count,
 bool IsPerVertex(int binding) {
   return binding == QV_BINDING_PER_VERTEX || binding == QV_BINDING_PER_VERTEX_INDEXED;
 }
+
+std::size_t ColourCount(const QvState& state) {
+  if (const QvMFLong* packed = state.GetPackedColor())
+    return std::max<std::size_t>(1, packed->values.size());
+  const QvMaterial* m = state.GetMaterial();
+  if (!m)
+    return 1;
+  return std::max<std::size_t>({1, m->diffuseColor.values.size(), m->ambientColor.values.size(),
+                                m->specularColor.values.size(), m->shininess.values.size(),
+                                m->transparency.values.size()});
+}
+
+// Runs of corners (faces, or strips to be cut into triangles) of one shape.
+class CornerRuns {
+public:
+  CornerRuns(FacesOut sf, int binding, std::size_t count,
+             const std::vector<std::int32_t>& materialIndex, bool strips)
+      : m_sf(sf), m_binding(binding), m_count(count), m_materialIndex(materialIndex),
+        m_strips(strips) {}
+
+  void Add(const Corner& c) { m_run.push_back(c); }
+  // Ends the current run (nothing when it is empty and `always` is false).
+  void End(bool always) {
+    if (m_run.empty() && !always)
+      return;
+    if (!m_strips) {
+      Face(m_run.data(), m_run.size(), m_part);
+    } else {
+      for (std::size_t t = 0; t + 2 < m_run.size(); ++t) {
+        // Every other triangle of a strip turns the other way.
+        const Corner tri[3] = {m_run[t + (t & 1)], m_run[t + 1 - (t & 1)], m_run[t + 2]};
+        Face(tri, 3, m_part);
+      }
+    }
+    ++m_part;
+    m_run.clear();
+  }
+
+private:
+  void Face(const Corner* c, std::size_t n, std::size_t part) {
+    const std::uint32_t first = std::uint32_t(m_sf.corners->size());
+    m_sf.corners->insert(m_sf.corners->end(), c, c + n);
+    m_sf.faces->push_back(
+        {first, std::uint32_t(n), FaceMaterial(m_binding, m_face, part, m_count, m_materialIndex)});
+    ++m_face;
+  }
+
+  FacesOut m_sf;
+  int m_binding;
+  std::size_t m_count;
+  const std::vector<std::int32_t>& m_materialIndex;
+  bool m_strips;
+  std::vector<Corner> m_run;
+  std::size_t m_face = 0, m_part = 0;
+};
 
 } // namespace
 
@@ -460,50 +624,96 @@ void CVrmlIo::FaceSetCallback(QvNode& shape, QvState& state) {
     state.Stop();
     return;
   }
-  const auto& set = static_cast<const QvIndexedFaceSet&>(shape);
-  const std::vector<std::int32_t>& index = set.coordIndex.values;
-  // One face per -1, and one more for a last face without it.
-  std::size_t faceCount = std::size_t(std::count(index.begin(), index.end(), -1));
-  if (!index.empty() && index.back() != -1)
-    ++faceCount;
   const QvCoordinate3* coords = state.GetCoordinate3();
-  if (faceCount == 0 || !coords || coords->point.values.empty())
+  if (!coords || coords->point.values.empty())
     return;
+  const std::int64_t npts = std::int64_t(coords->point.values.size());
+  const int binding = state.GetMaterialBindingValue();
+  const std::size_t count = ColourCount(state);
+  static const std::vector<std::int32_t> kNoIndex;
+  ShapeFaces sf;
+  sf.textured = state.GetTextureCoordinate2() != nullptr;
+  sf.coloured = IsPerVertex(binding);
+  const QV_NODE_TYPE type = shape.GetType();
 
   try {
-    ShapeFaces sf;
-    const int binding = state.GetMaterialBindingValue();
-    const std::size_t count = MaterialCount(state);
-    const std::vector<std::int32_t>& materialIndex = set.materialIndex.values;
-    const bool texIndexed = !IsDefaultIndexList(set.textureCoordIndex.values);
-    const std::vector<std::int32_t>& texIndex =
-        texIndexed ? set.textureCoordIndex.values : set.coordIndex.values;
-    const bool colourIndexed = !IsDefaultIndexList(materialIndex);
-    sf.textured = state.GetTextureCoordinate2() != nullptr;
-    sf.coloured = IsPerVertex(binding);
-    sf.corners.reserve(index.size());
-    sf.faces.reserve(faceCount);
-    std::size_t face = 0, vertex = 0, start = 0;
-    for (std::size_t p = 0; p <= index.size(); ++p) {
-      rc.Tick();
-      if (p < index.size() && index[p] != -1) {
+    if (type == QV_NODE_TYPE::IndexedFaceSet || type == QV_NODE_TYPE::IndexedTriangleStripSet) {
+      const auto& set = static_cast<const QvIndexedFaceSet&>(shape);
+      const std::vector<std::int32_t>& index = set.coordIndex.values;
+      // One face per -1, and one more for a last face without it.
+      std::size_t faceCount = std::size_t(std::count(index.begin(), index.end(), -1));
+      if (!index.empty() && index.back() != -1)
+        ++faceCount;
+      if (faceCount == 0)
+        return;
+      const std::vector<std::int32_t>& materialIndex = set.materialIndex.values;
+      const QvTextureCoordinateBinding* tb = state.GetTextureCoordinateBinding();
+      const bool texSequential = tb && tb->value.value == QV_BINDING_PER_VERTEX;
+      const bool texIndexed = !IsDefaultIndexList(set.textureCoordIndex.values);
+      const std::vector<std::int32_t>& texIndex = texIndexed ? set.textureCoordIndex.values : index;
+      const bool colourIndexed = !IsDefaultIndexList(materialIndex);
+      CornerRuns runs({&sf.corners, &sf.faces}, binding, count, materialIndex,
+                      type == QV_NODE_TYPE::IndexedTriangleStripSet);
+      sf.corners.reserve(index.size());
+      sf.faces.reserve(faceCount);
+      std::size_t vertex = 0;
+      for (std::size_t p = 0; p < index.size(); ++p) {
+        rc.Tick();
+        if (index[p] == -1) {
+          runs.End(true);
+          continue;
+        }
         Corner c{index[p], -1, -1};
         if (sf.textured)
-          c.tex = p < texIndex.size() ? texIndex[p] : -1;
+          c.tex = texSequential ? std::int32_t(std::min<std::size_t>(vertex, 0x7FFFFFFF))
+                                : (p < texIndex.size() ? texIndex[p] : -1);
         if (binding == QV_BINDING_PER_VERTEX)
           c.colour = std::int32_t(std::min<std::size_t>(vertex, 0x7FFFFFFF));
         else if (binding == QV_BINDING_PER_VERTEX_INDEXED)
           c.colour = colourIndexed ? (p < materialIndex.size() ? materialIndex[p] : -1) : index[p];
-        sf.corners.push_back(c);
+        runs.Add(c);
         ++vertex;
-        continue;
       }
-      if (sf.corners.size() > start || p < index.size()) {
-        sf.faces.push_back({std::uint32_t(start), std::uint32_t(sf.corners.size() - start),
-                            FaceMaterial(binding, face, count, materialIndex)});
-        ++face;
+      runs.End(false);
+    } else {
+      // Shapes of consecutive coordinates: every per-vertex value follows the coordinate.
+      auto corner = [&](std::int64_t i) {
+        const auto v = std::int32_t(std::clamp<std::int64_t>(i, -1, 0x7FFFFFFF));
+        return Corner{v, sf.textured ? v : -1, v};
+      };
+      if (type == QV_NODE_TYPE::QuadMesh) {
+        const auto& mesh = static_cast<const QvQuadMesh&>(shape);
+        const std::int64_t start = std::max<std::int64_t>(0, mesh.startIndex.value);
+        const std::int64_t rows = mesh.verticesPerColumn.value;
+        const std::int64_t cols = mesh.verticesPerRow.value;
+        if (rows < 2 || cols < 2 || start + rows * cols > npts)
+          return;
+        CornerRuns runs({&sf.corners, &sf.faces}, binding, count, kNoIndex, false);
+        for (std::int64_t r = 0; r + 1 < rows; ++r)
+          for (std::int64_t c = 0; c + 1 < cols; ++c) {
+            rc.Tick();
+            const std::int64_t a = start + r * cols + c;
+            for (std::int64_t v : {a, a + cols, a + cols + 1, a + 1})
+              runs.Add(corner(v));
+            runs.End(true);
+          }
+      } else {
+        const auto& set = static_cast<const QvFaceSet&>(shape);
+        std::int64_t next = std::max<std::int64_t>(0, set.startIndex.value);
+        CornerRuns runs({&sf.corners, &sf.faces}, binding, count, kNoIndex,
+                        type == QV_NODE_TYPE::TriangleStripSet);
+        for (std::int32_t n : set.numVertices.values) {
+          if (next >= npts)
+            break;
+          const std::int64_t len = n < 0 ? npts - next : std::min<std::int64_t>(n, npts - next);
+          for (std::int64_t k = 0; k < len; ++k) {
+            rc.Tick();
+            runs.Add(corner(next + k));
+          }
+          runs.End(true);
+          next += len;
+        }
       }
-      start = sf.corners.size();
     }
     BuildMesh(shape, state, sf);
   } catch (const TooLarge&) {
@@ -629,6 +839,8 @@ void CVrmlIo::BuildMesh(const QvNode& shape, QvState& state, const ShapeFaces& s
     const QvMaterial& m = mnode ? *mnode : DefaultMaterial();
     const auto& diffuse = m.diffuseColor.values;
     const auto& transparency = m.transparency.values;
+    const QvMFLong* packed = state.GetPackedColor();
+    const std::size_t colours = packed ? packed->values.size() : diffuse.size();
     codec::CCornerValues values;
     auto channel = std::make_unique<CVCChannel>();
     CVCFaceList& cfaces = *channel->GetVCFaceList();
@@ -646,15 +858,15 @@ void CVrmlIo::BuildMesh(const QvNode& shape, QvState& state, const ShapeFaces& s
         const Corner& corner = sf.corners[rec.first + k];
         codec::CCornerValues::Value v;
         v.v[0] = v.v[1] = v.v[2] = v.v[3] = 1.0f;
-        if (corner.colour >= 0 && std::size_t(corner.colour) < diffuse.size()) {
-          const auto& d = diffuse[std::size_t(corner.colour)];
-          v.v[0] = d[0];
-          v.v[1] = d[1];
-          v.v[2] = d[2];
-          v.v[3] = 1.0f - (transparency.empty()
-                               ? 0.0f
-                               : transparency[std::min<std::size_t>(std::size_t(corner.colour),
-                                                                    transparency.size() - 1)]);
+        if (corner.colour >= 0 && std::size_t(corner.colour) < colours) {
+          const auto i = std::size_t(corner.colour);
+          if (packed) {
+            const auto p = Unpack(packed->values[i]);
+            std::copy(p.begin(), p.end(), v.v);
+          } else {
+            std::copy(diffuse[i].begin(), diffuse[i].end(), v.v);
+            v.v[3] = 1.0f - Entry(transparency, i, 0.0f);
+          }
         }
         idx[k] = values.Get(std::uint32_t(corner.coord), v);
       }

@@ -59,7 +59,6 @@ private:
   C3DScene* ReadText(std::string text, unsigned flags, const std::string& baseDir);
   // Material ids for the state's colours, made on first use.
   unsigned MaterialFromState(QvState& state, std::size_t entry);
-  std::size_t MaterialCount(QvState& state) const;
   void BuildMesh(const QvNode& shape, QvState& state, const ShapeFaces& faces);
   void AddObjectNode(C3DBaseObject* object, const QvNode& shape, QvState& state);
 
