@@ -1,3 +1,4 @@
+#include "meshcore/platform/cancel.h"
 #include "meshcore/vrml_parser/qv_mfields.h"
 #include "meshcore/vrml_parser/qv_node.h"
 #include "meshcore/vrml_parser/qv_sfields.h"
@@ -51,7 +52,14 @@ bool QvMField::ReadValue(QvTextSource& in) {
     return true;
   }
   int i = 1;
+  CCancelCheck cancel;
   for (;; ++i) {
+    // Long lists answer a cancel from another thread within a few milliseconds.
+    if (cancel.Tick()) {
+      AllocValues(i - 1);
+      in.PostError("Reading cancelled at value %d of field", i);
+      return false;
+    }
     // Grown by half again each time, so long lists do not resize at every value.
     if (i > GetNum())
       AllocValues(i < 16 ? 16 : (i > INT_MAX / 3 * 2 ? INT_MAX : i / 2 * 3));

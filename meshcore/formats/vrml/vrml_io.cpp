@@ -190,7 +190,10 @@ C3DScene* CVrmlIo::Read(const std::string& name, unsigned flags) {
   std::string dir = std::filesystem::path(name).parent_path().string();
   if (dir.empty())
     dir = ".";
-  return ReadText(std::move(text), flags, dir);
+  m_rootFile = name;
+  C3DScene* scene = ReadText(std::move(text), flags, dir);
+  m_rootFile.clear();
+  return scene;
 }
 
 C3DScene* CVrmlIo::ReadFromMemory(const void* data, std::size_t size, unsigned flags,
@@ -254,6 +257,14 @@ class CFileLoader {
 public:
   static constexpr int kMaxDepth = 8;
   static constexpr std::size_t kMaxFiles = 256;
+
+  // The file being read, so that a file naming itself is seen as a loop.
+  void SetRootFile(const std::string& path) {
+    std::error_code ec;
+    const std::filesystem::path p = std::filesystem::weakly_canonical(path, ec);
+    if (!ec)
+      m_chain.insert(p.string());
+  }
 
   void Load(QvNode& root, const std::filesystem::path& dir, int depth) {
     std::vector<QvNode*> stack{&root};
@@ -363,6 +374,7 @@ C3DScene* CVrmlIo::ReadText(std::string text, unsigned flags, const std::string&
   // Files named by File nodes are read only for files on disk.
   CFileLoader files;
   if (!baseDir.empty()) {
+    files.SetRootFile(m_rootFile);
     try {
       files.Load(*graph->GetRoot(), baseDir, 0);
     } catch (const std::bad_alloc&) {

@@ -63,6 +63,7 @@ private:
   void AddObjectNode(C3DBaseObject* object, const QvNode& shape, QvState& state);
 
   std::unique_ptr<ReadContext> m_read;
+  std::string m_rootFile; // the file being read, when it is one
 };
 
 // The codec reading on the calling thread, or null (used by the traversal's callbacks).
