@@ -185,20 +185,19 @@ C3DScene* CVrmlIo::Read(const std::string& name, unsigned flags) {
   codec::CFileInput input;
   if (input.Open(name) != IO_FILE_OK)
     return nullptr; // the error code stays as it was
-  std::string text(reinterpret_cast<const char*>(input.GetData()), input.GetSize());
-  input.Close();
   std::string dir = std::filesystem::path(name).parent_path().string();
   if (dir.empty())
     dir = ".";
   m_rootFile = name;
-  C3DScene* scene = ReadText(std::move(text), flags, dir);
+  C3DScene* scene = ReadText(reinterpret_cast<const char*>(input.GetData()), input.GetSize(), flags,
+                             dir, [&] { input.Close(); });
   m_rootFile.clear();
   return scene;
 }
 
 C3DScene* CVrmlIo::ReadFromMemory(const void* data, std::size_t size, unsigned flags,
                                   const std::string& baseDir) {
-  return ReadText(std::string(static_cast<const char*>(data), size), flags, baseDir);
+  return ReadText(static_cast<const char*>(data), size, flags, baseDir, [] {});
 }
 
 namespace {
@@ -345,15 +344,15 @@ template <void (CVrmlIo::*Fn)(QvNode&, QvState&)> QvState::ShapeCallback Forward
 
 } // namespace
 
-C3DScene* CVrmlIo::ReadText(std::string text, unsigned flags, const std::string& baseDir) {
-  const std::size_t textSize = text.size();
+C3DScene* CVrmlIo::ReadText(const char* data, std::size_t textSize, unsigned flags,
+                            const std::string& baseDir, const std::function<void()>& parsed) {
   QvTextSource in;
   std::string firstError;
   in.SetErrorSink([&](const std::string& message) {
     if (firstError.empty())
       firstError = message;
   });
-  in.SetBuffer(std::move(text));
+  in.SetView(data, textSize);
   std::unique_ptr<QvGraph> graph;
   try {
     graph = QvGraph::Read(in);
@@ -361,6 +360,8 @@ C3DScene* CVrmlIo::ReadText(std::string text, unsigned flags, const std::string&
     graph.reset();
     firstError = "out of memory";
   }
+  // The graph holds copies of everything it needs: the text may go.
+  parsed();
   if (!graph) {
     if (ShouldCancel()) {
       SetIoError(IO_FILE_CANCELLED);

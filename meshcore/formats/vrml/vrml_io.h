@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -56,7 +57,9 @@ public:
 private:
   struct ReadContext;
   struct ShapeFaces;
-  C3DScene* ReadText(std::string text, unsigned flags, const std::string& baseDir);
+  // `parsed` is called once the text is no longer needed.
+  C3DScene* ReadText(const char* data, std::size_t size, unsigned flags, const std::string& baseDir,
+                     const std::function<void()>& parsed);
   // Material ids for the state's colours, made on first use.
   unsigned MaterialFromState(QvState& state, std::size_t entry);
   void BuildMesh(const QvNode& shape, QvState& state, const ShapeFaces& faces);
