@@ -63,6 +63,31 @@ void QvRotationXYZ::Traverse(QvState& state) {
   state.ApplyTransform(*this);
 }
 
+QvRotor::QvRotor() {
+  speed.value = 1;
+  on.value = true;
+  AddField("speed", speed);
+  AddField("on", on);
+}
+
+QvPendulum::QvPendulum() {
+  speed.value = 1;
+  on.value = true;
+  AddField("rotation0", rotation0);
+  AddField("rotation1", rotation1);
+  AddField("speed", speed);
+  AddField("on", on);
+}
+
+QvShuttle::QvShuttle() {
+  speed.value = 1;
+  on.value = true;
+  AddField("translation0", translation0);
+  AddField("translation1", translation1);
+  AddField("speed", speed);
+  AddField("on", on);
+}
+
 QvBaseColor::QvBaseColor() : QvNode(QV_NODE_TYPE::BaseColor, "BaseColor") {
   rgb.values = {{0.8f, 0.8f, 0.8f}};
   AddField("rgb", rgb);

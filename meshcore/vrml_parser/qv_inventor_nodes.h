@@ -52,6 +52,33 @@ public:
   void Traverse(QvState& state) override;
 };
 
+// Animated transformations, read at their rest position.
+class QvRotor : public QvRotation {
+public:
+  QvRotor();
+  std::string_view GetClassName() const override { return "Rotor"; }
+  QvSFFloat speed;
+  QvSFBool on;
+};
+
+class QvPendulum : public QvRotation {
+public:
+  QvPendulum();
+  std::string_view GetClassName() const override { return "Pendulum"; }
+  QvSFRotation rotation0, rotation1;
+  QvSFFloat speed;
+  QvSFBool on;
+};
+
+class QvShuttle : public QvTranslation {
+public:
+  QvShuttle();
+  std::string_view GetClassName() const override { return "Shuttle"; }
+  QvSFVec3f translation0, translation1;
+  QvSFFloat speed;
+  QvSFBool on;
+};
+
 // Replaces the diffuse colours; the other material values become the defaults.
 class QvBaseColor : public QvNode {
 public:
