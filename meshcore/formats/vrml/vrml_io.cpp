@@ -183,8 +183,12 @@ CVrmlIo::~CVrmlIo() = default;
 
 C3DScene* CVrmlIo::Read(const std::string& name, unsigned flags) {
   codec::CFileInput input;
-  if (input.Open(name) != IO_FILE_OK)
-    return nullptr; // the error code stays as it was
+  if (const int opened = input.Open(name); opened != IO_FILE_OK) {
+    // A file that cannot be opened leaves the error code as it was.
+    if (opened != IO_FILE_CANT_OPEN)
+      SetIoError(IO_FILE_BAD_FORMAT, "cannot read the file");
+    return nullptr;
+  }
   std::string dir = std::filesystem::path(name).parent_path().string();
   if (dir.empty())
     dir = ".";
@@ -728,6 +732,9 @@ void CVrmlIo::FaceSetCallback(QvNode& shape, QvState& state) {
         }
       }
     }
+    // Charged whether or not faces come of it: a shape of bad indices used
+    // many times must not make the walk endless.
+    rc.Spend(sf.corners.size());
     BuildMesh(shape, state, sf);
   } catch (const TooLarge&) {
     state.Stop();
@@ -916,6 +923,7 @@ void CVrmlIo::LineSetCallback(QvNode& shape, QvState& state) {
   const auto& coords = coordNode->point.values;
   const auto& index = static_cast<const QvIndexedLineSet&>(shape).coordIndex.values;
   try {
+    rc.Spend(index.size());
     std::size_t start = 0;
     for (std::size_t p = 0; p <= index.size(); ++p) {
       rc.Tick();
@@ -1066,7 +1074,8 @@ void CVrmlIo::PrimitiveCallback(QvNode& shape, QvState& state) {
 // Writing
 
 int CVrmlIo::Save(const std::string& name, C3DScene* scene, unsigned flags) {
-  if (!scene || scene->GetNodeNbr(0) == 0) {
+  // An empty scene still makes a valid (empty) file.
+  if (!scene) {
     SetIoError(IO_FILE_EMPTY);
     return 0;
   }

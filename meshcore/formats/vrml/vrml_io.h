@@ -40,7 +40,8 @@ public:
   // VRML 1.0 or Inventor ascii file, -9 when cancelled, -7 when nothing results.
   // A file that cannot be opened leaves the error code as it was.
   C3DScene* Read(const std::string& name, unsigned flags) override;
-  // 1, or 0 with -1 (cannot open), -5/-6 (write failed), -7 (no node), -9 (cancelled).
+  // 1, or 0 with -1 (cannot open), -5/-6 (write failed), -9 (cancelled). A scene
+  // without nodes gives a file without shapes.
   int Save(const std::string& name, C3DScene* scene, unsigned flags) override;
 
   // The same from and to memory. `baseDir` is where File nodes are looked for.

@@ -457,24 +457,46 @@ TEST_F(VrmlIo, FailuresAndTheirCodes) {
     deep += "Separator {\n";
   EXPECT_FALSE(Read(deep, &error));
   EXPECT_EQ(error, IO_FILE_BAD_FORMAT);
-  // A file that multiplies a big shape through USE stops at a bound.
-  std::string bomb = "#VRML V1.0 ascii\nSeparator { Coordinate3 { point [";
-  for (int i = 0; i < 3000; ++i)
-    bomb += " 0 0 0,";
-  bomb += "] } DEF a IndexedFaceSet { coordIndex [ 0, 1, 2 ] }\n";
-  for (int level = 0; level < 12; ++level)
-    bomb += "DEF g" + std::to_string(level) + " Group { USE " +
-            (level ? "g" + std::to_string(level - 1) : std::string("a")) + " USE " +
-            (level ? "g" + std::to_string(level - 1) : std::string("a")) + " }\n";
-  bomb += "}\n";
-  EXPECT_FALSE(Read(bomb, &error));
-  EXPECT_EQ(error, IO_FILE_BAD_FORMAT);
+  // A file that multiplies a big shape through USE stops at a bound, whether
+  // or not its faces are valid.
+  for (const char* indices : {"0, 1, 2", "0, 1, 99999"}) {
+    std::string bomb = "#VRML V1.0 ascii\nSeparator { Coordinate3 { point [";
+    for (int i = 0; i < 3000; ++i)
+      bomb += " 0 0 0,";
+    bomb += "] } DEF a IndexedFaceSet { coordIndex [";
+    for (int i = 0; i < 200; ++i)
+      bomb += std::string(indices) + ", -1, ";
+    bomb += "] }\n";
+    for (int level = 0; level < 20; ++level) {
+      const std::string used = level ? "g" + std::to_string(level - 1) : std::string("a");
+      bomb += "DEF g" + std::to_string(level) + " Group { USE " + used + " USE " + used + " }\n";
+    }
+    bomb += "}\n";
+    EXPECT_FALSE(Read(bomb, &error)) << indices;
+    EXPECT_EQ(error, IO_FILE_BAD_FORMAT) << indices;
+  }
 
   // Cancelled before the walk: -9 and no scene.
   SetCancel(1, 0);
   EXPECT_FALSE(Read("#VRML V1.0 ascii\nSeparator { Cube { } }\n", &error));
   SetCancel(0, 0);
   EXPECT_EQ(error, IO_FILE_CANCELLED);
+
+  // A cancelled save gives nothing; an empty scene saves as a file without shapes.
+  C3DScene empty;
+  {
+    C3DIo out("memory.wrl", kSilent);
+    CVrmlIo writer(out);
+    std::string text;
+    SetCancel(1, 0);
+    C3DScene big;
+    big.AddNode(nullptr, new C3DSceneNode(Strip(20000, std::vector<unsigned>(20000, 0)), 1));
+    EXPECT_EQ(writer.SaveToMemory(&big, 0, text), 0);
+    SetCancel(0, 0);
+    EXPECT_EQ(out.GetIoError(), IO_FILE_CANCELLED);
+    EXPECT_EQ(writer.SaveToMemory(&empty, 0, text), 1);
+    EXPECT_EQ(text.find("Coordinate3"), std::string::npos);
+  }
 
   // A missing file leaves the code as it was.
   C3DIo io("/nonexistent/dir/x.wrl", FILE_PARSER_LOADING | kSilent);
