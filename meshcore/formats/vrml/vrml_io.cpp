@@ -135,6 +135,7 @@ struct CVrmlIo::ReadContext {
   std::unordered_map<const QvNode*, const QvCoordinate3*> trailingCoordinates;
   std::unordered_map<const QvNode*, std::string> separatorNames;
   std::set<std::string> usedNames;
+  std::vector<std::unique_ptr<C3DSceneNode>> nodes; // in the order the walk made them
 
   void Spend(std::uint64_t n) {
     if (n > budget) {
@@ -417,6 +418,12 @@ C3DScene* CVrmlIo::ReadText(const char* data, std::size_t textSize, unsigned fla
   }
   const bool cancelled = m_read->cancelled || ShouldCancel();
   const bool tooLarge = m_read->tooLarge;
+  if (!cancelled && !outOfMemory && !tooLarge) {
+    // A node added to a parent becomes its first child: adding them from the
+    // last keeps the file's order.
+    for (auto it = m_read->nodes.rbegin(); it != m_read->nodes.rend(); ++it)
+      scene->AddNode(nullptr, it->release());
+  }
   m_read.reset();
   graph.reset();
   if (cancelled) {
@@ -524,7 +531,7 @@ void CVrmlIo::AddObjectNode(C3DBaseObject* object, const QvNode& shape, QvState&
     node->SetName(it->second);
   }
   node->SetMatrix(NODE_MATRIX_TRANSFORM, state.GetMatrix());
-  m_read->scene->AddNode(nullptr, node);
+  m_read->nodes.emplace_back(node);
 }
 
 namespace {

@@ -320,6 +320,14 @@ TEST_F(VrmlIo, RoundTripKeepsGeometryMaterialsAndTextures) {
   int error = 0;
   auto back = Read(Write(scene), &error);
   ASSERT_TRUE(back) << error;
+  // Nodes come back in the order they were written.
+  auto names = [](const C3DScene& s) {
+    std::vector<std::string> out;
+    for (C3DSceneNode* n : Nodes(s))
+      out.push_back(n->GetName());
+    return out;
+  };
+  EXPECT_EQ(names(*back), names(scene));
   for (const char* name : {"plain", "textured", "path"}) {
     SCOPED_TRACE(name);
     C3DSceneNode* from = Named(scene, name);
