@@ -501,10 +501,16 @@ unsigned CVrmlIo::MaterialFromState(QvState& state, std::size_t entry) {
     params.push_back(made.GetAmbientFactor());
     params.push_back(made.GetDiffuseFactor());
   }
+  // Materials made here are found through their parameters; the scene is
+  // searched as well while it is small (it may hold its default material),
+  // so that files of many colours do not cost a search per colour.
   auto found = texture ? rc.byParameters.end() : rc.byParameters.find(params);
+  C3DMaterial* same = nullptr;
+  if (found == rc.byParameters.end() && !texture && rc.scene->GetMaterialNumber() <= 64)
+    same = rc.scene->FindMaterial(made, 0);
   if (found != rc.byParameters.end()) {
     id = found->second;
-  } else if (C3DMaterial* same = texture ? nullptr : rc.scene->FindMaterial(made, 0)) {
+  } else if (same) {
     id = same->GetMaterialID();
   } else {
     C3DMaterial* created = rc.scene->CreateNewMaterial();
