@@ -133,6 +133,9 @@ QvArray::QvArray() : QvGroup(QV_NODE_TYPE::Array, "Array") {
 }
 
 void QvArray::Traverse(QvState& state) {
+  // Every copy visits a child, so the walk's visit budget bounds the loops below.
+  if (children.empty())
+    return;
   const std::int64_t n[3] = {std::clamp<std::int64_t>(numElements1.value, 0, kMaxCopies),
                              std::clamp<std::int64_t>(numElements2.value, 0, kMaxCopies),
                              std::clamp<std::int64_t>(numElements3.value, 0, kMaxCopies)};

@@ -484,6 +484,13 @@ TEST_F(VrmlIo, FailuresAndTheirCodes) {
     EXPECT_EQ(error, IO_FILE_BAD_FORMAT) << indices;
   }
 
+  // Copies past all measure end at a bound too, with or without children.
+  EXPECT_FALSE(Read("#Inventor V2.1 ascii\nSeparator { Array { numElements1 1000000"
+                    " numElements2 1000000 numElements3 1000000 } Array { numElements1 1000000"
+                    " numElements2 1000000 Cube { } } }\n",
+                    &error));
+  EXPECT_EQ(error, IO_FILE_BAD_FORMAT);
+
   // Cancelled before the walk: -9 and no scene.
   SetCancel(1, 0);
   EXPECT_FALSE(Read("#VRML V1.0 ascii\nSeparator { Cube { } }\n", &error));
