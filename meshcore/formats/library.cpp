@@ -1,13 +1,13 @@
 #include "meshcore/formats/library.h"
 
+#include "meshcore/formats/amapi/amapi_io.h"
 #include "meshcore/formats/gltf/gltf_io.h"
 #include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/formats/lightwave_scene/lightwave_scene_io.h"
-#include "meshcore/formats/studio3d/studio3d_io.h"
-#include "meshcore/formats/wavefront/wavefront_io.h"
-#include "meshcore/formats/amapi/amapi_io.h"
-#include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/formats/maya/maya_io.h"
+#include "meshcore/formats/studio3d/studio3d_io.h"
+#include "meshcore/formats/vrml/vrml_io.h"
+#include "meshcore/formats/wavefront/wavefront_io.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_registry.h"
 #include "meshcore/io/parser_3d.h"
@@ -31,8 +31,9 @@ void RegisterBuiltinCodecs() {
   RegisterWavefrontCodec();
   RegisterAmapiCodec();
   RegisterMayaCodec();
+  RegisterVrmlCodec();
   // Not written yet, so C3DIo answers "unknown file type" for them:
-  // "VRML" CVrmlIo, "DXF " CDxfIo, "TRUE" CTruespaceIo.
+  // "DXF " CDxfIo, "TRUE" CTruespaceIo.
 }
 
 void InitMeshcore() {

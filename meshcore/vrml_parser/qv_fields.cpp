@@ -1,4 +1,6 @@
+#include "meshcore/platform/cancel.h"
 #include "meshcore/vrml_parser/qv_mfields.h"
+#include "meshcore/vrml_parser/qv_node.h"
 #include "meshcore/vrml_parser/qv_sfields.h"
 #include "meshcore/vrml_parser/qv_text_source.h"
 
@@ -50,7 +52,14 @@ bool QvMField::ReadValue(QvTextSource& in) {
     return true;
   }
   int i = 1;
+  CCancelCheck cancel;
   for (;; ++i) {
+    // Long lists answer a cancel from another thread within a few milliseconds.
+    if (cancel.Tick()) {
+      AllocValues(i - 1);
+      in.PostError("Reading cancelled at value %d of field", i);
+      return false;
+    }
     // Grown by half again each time, so long lists do not resize at every value.
     if (i > GetNum())
       AllocValues(i < 16 ? 16 : (i > INT_MAX / 3 * 2 ? INT_MAX : i / 2 * 3));
@@ -268,7 +277,56 @@ bool QvMFVec3f::Read1Value(QvTextSource& in, int index) {
   return in.ReadFloat(v[0]) && in.ReadFloat(v[1]) && in.ReadFloat(v[2]);
 }
 
+bool QvMFVec4f::Read1Value(QvTextSource& in, int index) {
+  return ReadFloats(in, values[static_cast<std::size_t>(index)].data(), 4);
+}
+
+bool QvMFMatrix::Read1Value(QvTextSource& in, int index) {
+  return ReadFloats(in, values[static_cast<std::size_t>(index)].data(), 16);
+}
+
+bool QvSFVec4f::ReadValue(QvTextSource& in) {
+  return ReadFloats(in, value, 4);
+}
+
+namespace {
+
+// Inventor field types that share the reading of one of ours.
+struct Alias {
+  std::string_view inventor;
+  std::string_view ours;
+};
+constexpr Alias kAliases[] = {
+    {"SFInt32", "SFLong"},    {"SFUInt32", "SFLong"},    {"SFShort", "SFLong"},
+    {"MFUInt32", "MFLong"},   {"MFShort", "MFLong"},     {"MFUShort", "MFLong"},
+    {"SFName", "SFString"},   {"MFName", "MFString"},    {"SFTime", "SFFloat"},
+    {"MFTime", "MFFloat"},    {"SFPlane", "SFVec4f"},    {"SFColorRGBA", "SFVec4f"},
+    {"MFPlane", "MFVec4f"},   {"MFRotation", "MFVec4f"}, {"MFColorRGBA", "MFVec4f"},
+    {"SFVec3d", "SFVec3f"},   {"MFVec3d", "MFVec3f"},    {"SFVec2d", "SFVec2f"},
+    {"MFVec2d", "MFVec2f"},   {"SFVec2s", "SFVec2f"},    {"SFVec3s", "SFVec3f"},
+    {"SFVec2i32", "SFVec2f"}, {"SFVec3i32", "SFVec3f"},  {"MFVec2s", "MFVec2f"},
+    {"MFVec3s", "MFVec3f"},   {"MFVec2i32", "MFVec2f"},  {"MFVec3i32", "MFVec3f"},
+    {"SFVec4d", "SFVec4f"},   {"MFVec4d", "MFVec4f"},    {"SFVec4i32", "SFVec4f"},
+    {"MFVec4i32", "MFVec4f"}, {"SFDouble", "SFFloat"},   {"MFDouble", "MFFloat"},
+    {"MFEnum", "MFString"},
+};
+
+} // namespace
+
 std::unique_ptr<QvField> QvCreateField(std::string_view type) {
+  for (const Alias& a : kAliases)
+    if (type == a.inventor)
+      return QvCreateField(a.ours);
+  if (type == "SFVec4f")
+    return std::make_unique<QvSFVec4f>();
+  if (type == "MFVec4f")
+    return std::make_unique<QvMFVec4f>();
+  if (type == "MFMatrix")
+    return std::make_unique<QvMFMatrix>();
+  if (type == "SFNode")
+    return std::make_unique<QvSFNode>();
+  if (type == "MFNode")
+    return std::make_unique<QvMFNode>();
   if (type == "SFBitMask")
     return std::make_unique<QvSFBitMask>();
   if (type == "SFBool")

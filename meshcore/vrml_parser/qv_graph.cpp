@@ -313,4 +313,12 @@ bool QvSFNode::ReadValue(QvTextSource& in) {
   return true;
 }
 
+bool QvMFNode::Read1Value(QvTextSource& in, int index) {
+  QvSFNode one;
+  if (!one.Read(in))
+    return false;
+  values[static_cast<std::size_t>(index)] = one.value;
+  return true;
+}
+
 } // namespace meshcore

@@ -75,4 +75,33 @@ protected:
   bool Read1Value(QvTextSource& in, int index) override;
 };
 
+// Four floats per value (Inventor's MFVec4f, MFPlane, MFRotation, MFColorRGBA).
+class QvMFVec4f : public QvMFieldOf<std::array<float, 4>> {
+public:
+  const char* GetTypeName() const override { return "MFVec4f"; }
+
+protected:
+  bool Read1Value(QvTextSource& in, int index) override;
+};
+
+// Matrices as written: each applies to row vectors (Inventor's MultipleCopy).
+class QvMFMatrix : public QvMFieldOf<std::array<float, 16>> {
+public:
+  const char* GetTypeName() const override { return "MFMatrix"; }
+
+protected:
+  bool Read1Value(QvTextSource& in, int index) override;
+};
+
+class QvNode;
+
+// Nodes held by a field (Inventor's MFNode); they belong to the graph.
+class QvMFNode : public QvMFieldOf<QvNode*> {
+public:
+  const char* GetTypeName() const override { return "MFNode"; }
+
+protected:
+  bool Read1Value(QvTextSource& in, int index) override;
+};
+
 } // namespace meshcore

@@ -24,6 +24,9 @@ enum class QV_NODE_TYPE {
   TransformSeparator,
   LOD,
   WWWAnchor,
+  Array,        // Inventor: translated copies of the children
+  MultipleCopy, // Inventor: copies of the children under several matrices
+  File,         // Inventor: the nodes of another file
   // properties
   Coordinate3,
   Normal,
@@ -36,12 +39,16 @@ enum class QV_NODE_TYPE {
   ShapeHints,
   FontStyle,
   VertexProperty, // Inventor: per-shape coordinates, normals and texture coordinates
+  BaseColor,      // Inventor: diffuse colours only
+  PackedColor,    // Inventor: colours as 0xRRGGBBAA
+  TextureCoordinateBinding,
   // transformations
   Transform,
   MatrixTransform,
   Rotation,
   Scale,
   Translation,
+  RotationXYZ, // Inventor: a rotation about one axis
   // shapes
   AsciiText,
   Cone,
@@ -50,6 +57,10 @@ enum class QV_NODE_TYPE {
   IndexedFaceSet,
   IndexedLineSet,
   PointSet,
+  FaceSet,                 // Inventor: faces of consecutive coordinates
+  TriangleStripSet,        // Inventor
+  IndexedTriangleStripSet, // Inventor
+  QuadMesh,                // Inventor: a grid of quadrilaterals
   Sphere,
   // cameras and lights
   OrthographicCamera,

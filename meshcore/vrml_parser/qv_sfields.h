@@ -135,4 +135,14 @@ protected:
   bool ReadValue(QvTextSource& in) override;
 };
 
+// Four floats (Inventor's SFVec4f, SFPlane, SFColorRGBA).
+class QvSFVec4f : public QvSField {
+public:
+  float value[4] = {0, 0, 0, 0};
+  const char* GetTypeName() const override { return "SFVec4f"; }
+
+protected:
+  bool ReadValue(QvTextSource& in) override;
+};
+
 } // namespace meshcore

@@ -1,6 +1,8 @@
 #include "meshcore/vrml_parser/qv_state.h"
+#include "meshcore/vrml_parser/qv_inventor_nodes.h"
 #include "meshcore/vrml_parser/qv_nodes.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdarg>
 
@@ -143,8 +145,10 @@ void QvState::ApplyVertexProperty(const QvVertexProperty& vp) {
   }
   if (!vp.texCoord.point.values.empty())
     cur_.textureCoordinate2 = &vp.texCoord;
-  if (!vp.orderedRGBA.values.empty())
+  if (!vp.orderedRGBA.values.empty()) {
     cur_.materialBinding = &vp.materialBinding;
+    cur_.packedColor = &vp.orderedRGBA;
+  }
 }
 
 void QvState::ApplyTransform(const QvNode& node) {
@@ -164,6 +168,13 @@ void QvState::ApplyTransform(const QvNode& node) {
   case QV_NODE_TYPE::Rotation:
     m = Rotation(static_cast<const QvRotation&>(node).rotation);
     break;
+  case QV_NODE_TYPE::RotationXYZ: {
+    const auto& r = static_cast<const QvRotationXYZ&>(node);
+    float axis[3] = {0, 0, 0};
+    axis[std::clamp(r.axis.value, 0, 2)] = 1;
+    m = Rotation(axis, r.angle.value);
+    break;
+  }
   case QV_NODE_TYPE::Scale:
     m = Scaling(static_cast<const QvScale&>(node).scaleFactor.value);
     break;

@@ -26,6 +26,8 @@ class QvShapeHints;
 class QvTexture2;
 class QvTexture2Transform;
 class QvTextureCoordinate2;
+class QvTextureCoordinateBinding;
+class QvMFLong;
 class QvVertexProperty;
 
 class QvState {
@@ -47,6 +49,8 @@ public:
     const QvMaterial* material = nullptr;
     const QvMaterialBinding* materialBinding = nullptr;
     const QvShapeHints* shapeHints = nullptr;
+    const QvMFLong* packedColor = nullptr; // Inventor colours that replace the diffuse ones
+    const QvTextureCoordinateBinding* textureCoordinateBinding = nullptr;
     int inheritedSwitch = -1;
     C4x4Matrix matrix{1};
     std::size_t numTransforms = 0;
@@ -81,6 +85,10 @@ public:
   const QvMaterial* GetMaterial() const { return cur_.material; }
   const QvMaterialBinding* GetMaterialBinding() const { return cur_.materialBinding; }
   const QvShapeHints* GetShapeHints() const { return cur_.shapeHints; }
+  const QvMFLong* GetPackedColor() const { return cur_.packedColor; }
+  const QvTextureCoordinateBinding* GetTextureCoordinateBinding() const {
+    return cur_.textureCoordinateBinding;
+  }
   // Binding values with the standard's defaults when no binding node is current.
   int GetMaterialBindingValue() const;
   int GetNormalBindingValue() const;
@@ -106,12 +114,21 @@ public:
   void SetTextureCoordinate2(const QvTextureCoordinate2* n) { cur_.textureCoordinate2 = n; }
   void SetTexture2(const QvTexture2* n) { cur_.texture2 = n; }
   void SetTexture2Transform(const QvTexture2Transform* n) { cur_.texture2Transform = n; }
-  void SetMaterial(const QvMaterial* n) { cur_.material = n; }
+  void SetMaterial(const QvMaterial* n) {
+    cur_.material = n;
+    cur_.packedColor = nullptr;
+  }
+  void SetPackedColor(const QvMFLong* colours) { cur_.packedColor = colours; }
+  void SetTextureCoordinateBinding(const QvTextureCoordinateBinding* n) {
+    cur_.textureCoordinateBinding = n;
+  }
   void SetMaterialBinding(const QvMaterialBinding* n) { cur_.materialBinding = n; }
   void SetShapeHints(const QvShapeHints* n) { cur_.shapeHints = n; }
   void ApplyVertexProperty(const QvVertexProperty& vp);
-  // Transform, MatrixTransform, Rotation, Scale or Translation.
+  // Transform, MatrixTransform, Rotation, RotationXYZ, Scale or Translation.
   void ApplyTransform(const QvNode& node);
+  // A transformation without a node of its own (the copies of Array and MultipleCopy).
+  void ApplyMatrix(const C4x4Matrix& m) { cur_.matrix = cur_.matrix * m; }
   // A shape; vertexProperty (Inventor) overrides the elements for this shape only.
   void DoShape(QvNode& shape, const QvNode* vertexProperty = nullptr);
 

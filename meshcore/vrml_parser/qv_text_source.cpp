@@ -81,9 +81,9 @@ bool QvTextSource::LookupHeader(std::string_view line, float& version) {
   return h != nullptr;
 }
 
-void QvTextSource::ResetInput() {
-  begin_ = cur_ = data_.data();
-  realEnd_ = begin_ + data_.size();
+void QvTextSource::ResetInput(const char* data, std::size_t size) {
+  begin_ = cur_ = data;
+  realEnd_ = begin_ + size;
   end_ = cur_; // nothing readable until the header has been checked
   loaded_ = true;
   headerRead_ = false;
@@ -96,7 +96,12 @@ void QvTextSource::ResetInput() {
 
 void QvTextSource::SetBuffer(std::string text) {
   data_ = std::move(text);
-  ResetInput();
+  ResetInput(data_.data(), data_.size());
+}
+
+void QvTextSource::SetView(const char* data, std::size_t size) {
+  data_.clear();
+  ResetInput(data, size);
 }
 
 void QvTextSource::SetFilePointer(std::FILE* fp) {

@@ -31,6 +31,8 @@ public:
   bool SetFile(const std::string& path); // posts "could not open file" on failure
   void SetFilePointer(std::FILE* fp);    // reads the rest of fp now
   void SetBuffer(std::string text);
+  // Reads bytes the caller keeps alive until the graph has been read (no copy).
+  void SetView(const char* data, std::size_t size);
 
   void SetErrorSink(QvErrorSink sink);
   static void WriteToStandardError(const std::string& text);
@@ -148,7 +150,7 @@ private:
   bool SkipComment();
   bool ParseFloat(const char* p, float& f);
   bool ParseUnsigned(std::uint64_t& mag, bool& neg);
-  void ResetInput();
+  void ResetInput(const char* data, std::size_t size);
 
   std::string data_;
   const char* begin_ = nullptr;

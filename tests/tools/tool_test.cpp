@@ -277,10 +277,10 @@ TEST_F(Tool, ConvertFollowsTheOutputExtension) {
   EXPECT_TRUE(RunTool({"convert", "--silent", Sample("boxuv.lwo"), File("quiet.lwo")}).out.empty());
 
   // No codec writes these: refused before reading, and nothing is created.
-  ToolRun noWriter = RunTool({"convert", Sample("boxuv.lwo"), File("out.wrl")});
+  ToolRun noWriter = RunTool({"convert", Sample("boxuv.lwo"), File("out.lws")});
   EXPECT_EQ(noWriter.status, 4);
-  EXPECT_NE(noWriter.err.find("out.wrl: Unknown file type"), std::string::npos);
-  EXPECT_FALSE(fs::exists(File("out.wrl")));
+  EXPECT_NE(noWriter.err.find("out.lws: Unknown file type"), std::string::npos);
+  EXPECT_FALSE(fs::exists(File("out.lws")));
   EXPECT_EQ(RunTool({"convert", File("missing.lwo"), File("out.lwo")}).status, 3);
   EXPECT_FALSE(fs::exists(File("out.lwo")));
 }

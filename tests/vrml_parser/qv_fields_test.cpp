@@ -214,5 +214,8 @@ TEST(QvField, FactoryKnowsEveryDeclarableType) {
     ASSERT_TRUE(f) << type;
     EXPECT_STREQ(type, f->GetTypeName());
   }
-  EXPECT_FALSE(QvCreateField("SFTime"));
+  EXPECT_FALSE(QvCreateField("SFNoSuchType"));
+  for (const char* type : {"SFInt32", "SFUInt32", "MFUInt32", "SFName", "MFName", "SFVec4f",
+                           "SFNode", "MFNode", "SFTime", "MFMatrix", "SFPlane", "MFVec4f"})
+    EXPECT_TRUE(QvCreateField(type)) << type;
 }

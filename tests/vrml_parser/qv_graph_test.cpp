@@ -85,7 +85,7 @@ TEST(QvGraph, NodeMessages) {
       {"Cube { width x }", "Couldn't read value for field \"width\"", 2},
       {"Cube { [ }", "Expected '}'; got '['", 2},
       {"Group { [ }", "Expected '}'; got '['", 2},
-      {"Ext { fields [ SFTime t ] }", "Bad field specifications for node", 2},
+      {"Ext { fields [ SFNoSuchType t ] }", "Bad field specifications for node", 2},
       {"Ext { fields [ SFFloat ] }", "Bad field specifications for node", 2},
       {"Cube { fields SFFloat width }", "Bad field specifications for node", 2},
   };
