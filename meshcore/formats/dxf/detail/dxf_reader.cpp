@@ -25,6 +25,7 @@ constexpr std::size_t kBinarySentinelSize = 22; // with its terminating zero
 constexpr int kMaxInsertDepth = 32;
 // Block insertions (arrays and nesting multiply) may not make more corners than this.
 constexpr std::size_t kMaxExpandedPoints = std::size_t(1) << 24;
+constexpr std::size_t kCellCost = 16;
 
 enum class ValueType { String, Double, Int16, Int32, Int64, Bool, Binary };
 
@@ -627,30 +628,55 @@ private:
       for (const Entity& v : vertices)
         if ((v.flags[0] & 128) && (v.flags[0] & 64))
           positions.push_back(v.Point(10));
-      for (const Entity& v : vertices) {
-        if (!(v.flags[0] & 128) || (v.flags[0] & 64))
-          continue;
+      // Records joined by hidden edges around a shared first corner are one
+      // polygon split into pieces of at most four corners: they are joined again.
+      std::vector<long long> polygon;
+      const Entity* owner = nullptr;
+      auto flush = [&] {
+        if (!owner || polygon.empty())
+          return;
         pts.clear();
-        bool valid = true;
-        for (int k = 1; k <= 4; ++k) {
-          const long long index = std::llabs(static_cast<long long>(v.flags[std::size_t(k)]));
-          if (index == 0)
-            continue;
-          if (index > static_cast<long long>(positions.size())) {
-            valid = false;
-            break;
-          }
-          const Vec& q = positions[std::size_t(index - 1)];
+        for (long long index : polygon) {
+          const Vec& q = positions[std::size_t(std::llabs(index) - 1)];
           if (!pts.empty() && pts.back().x == q.x && pts.back().y == q.y && pts.back().z == q.z)
             continue;
           pts.push_back(q);
         }
-        Entity owner = poly;
-        owner.layer = v.layer;
-        owner.colour = v.colour;
-        if (valid)
-          AddPrim(b, owner, pts, true);
+        Entity e = poly;
+        e.layer = owner->layer;
+        e.colour = owner->colour;
+        AddPrim(b, e, pts, true);
+        polygon.clear();
+      };
+      std::vector<long long> record;
+      for (const Entity& v : vertices) {
+        if (!(v.flags[0] & 128) || (v.flags[0] & 64))
+          continue;
+        record.clear();
+        bool valid = true;
+        for (int k = 1; k <= 4; ++k) {
+          const long long index = v.flags[std::size_t(k)];
+          if (index == 0)
+            continue;
+          valid &= std::llabs(index) <= static_cast<long long>(positions.size());
+          record.push_back(index);
+        }
+        if (!valid || record.size() < 3)
+          continue;
+        const bool joins = !polygon.empty() && owner->colour == v.colour &&
+                           owner->layer == v.layer && record[0] < 0 && polygon.back() < 0 &&
+                           std::llabs(record[0]) == std::llabs(polygon[0]) &&
+                           std::llabs(record[1]) == std::llabs(polygon.back());
+        if (joins) {
+          polygon.back() = record[1];
+          polygon.insert(polygon.end(), record.begin() + 2, record.end());
+          continue;
+        }
+        flush();
+        polygon = record;
+        owner = &v;
       }
+      flush();
       return;
     }
     if (flags & 16) {
@@ -738,8 +764,9 @@ private:
             cell.t.x += in.columnStep.x * k + in.rowStep.x * r;
             cell.t.y += in.columnStep.y * k + in.rowStep.y * r;
             cell.t.z += in.columnStep.z * k + in.rowStep.z * r;
-            // Empty blocks cost nothing, but their arrays must not spin.
-            if (++m_emitted > kMaxExpandedPoints)
+            // Each cell costs something, so that arrays of empty blocks cannot spin.
+            m_emitted += kCellCost;
+            if (m_emitted > kMaxExpandedPoints)
               throw CFormatError(m_in.Offset(), "block insertions make more than " +
                                                     std::to_string(kMaxExpandedPoints) + " points");
             Emit(in.block, m.Then(cell), depth + 1, l, c);
