@@ -8,6 +8,7 @@
 #include "meshcore/io/io_3d.h"
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/point_list_3d.h"
+#include "meshcore/platform/cancel.h"
 #include "meshcore/scene/curve_3d.h"
 #include "meshcore/scene/material.h"
 #include "meshcore/scene/object_3d.h"
@@ -23,6 +24,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -396,4 +398,21 @@ TEST_F(DxfIo, ScenesWriteAsR12AndReadBack) {
   C3DIo out(path, FILE_PARSER_SILENT);
   ASSERT_EQ(out.SaveScene(scene), 1) << out.GetIoErrorTxt();
   EXPECT_EQ(FileText(path), text);
+}
+
+TEST_F(DxfIo, CancelledReadsAndSavesLeaveNothing) {
+  const std::string egg = FileText(kSamples + "PinkEggFromLW.dxf");
+  auto scene = Read(egg);
+  ASSERT_TRUE(scene);
+  const auto path = (ScratchDir("dxf_cancel") / "egg.dxf").string();
+  SetCancel(1, 0);
+  int error = 0;
+  EXPECT_FALSE(Read(egg, &error));
+  C3DIo out(path, FILE_PARSER_SILENT);
+  const int saved = out.SaveScene(*scene);
+  SetCancel(0, 0);
+  EXPECT_EQ(error, IO_FILE_CANCELLED);
+  EXPECT_EQ(saved, 0);
+  EXPECT_EQ(out.GetIoError(), IO_FILE_CANCELLED);
+  EXPECT_FALSE(std::filesystem::exists(path));
 }

@@ -455,6 +455,7 @@ private:
     e.layer = m_layer0;
     double lwx = 0;
     bool lwHasX = false;
+    const bool lightweight = e.type == "LWPOLYLINE";
     while (m_in.Next(p)) {
       const int c = p.code;
       if (c == 0) {
@@ -469,7 +470,7 @@ private:
         e.name = p.text;
       else if (c >= 10 && c < 60) {
         const double v = m_in.Double(p);
-        if (e.type == "LWPOLYLINE" && (c == 10 || c == 20)) {
+        if (lightweight && (c == 10 || c == 20)) {
           // The vertices repeat codes 10 and 20.
           if (c == 10) {
             lwx = v;
