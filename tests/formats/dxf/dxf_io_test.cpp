@@ -154,6 +154,13 @@ TEST_F(DxfIo, SamplesLoadWithLayersFacesAndLinesAndConvert) {
   const auto eggPoints = AllPoints(*egg, &faces);
   EXPECT_EQ(faces, 288);
   EXPECT_EQ(eggPoints.size(), 266u); // corners shared exactly are welded
+  // The faces round the poles repeat a corner: they are triangles.
+  const auto eggNodes = Nodes(*egg);
+  ASSERT_EQ(eggNodes.size(), 1u);
+  int triangles = 0;
+  for (int f = 0; f < 288; ++f)
+    triangles += (*eggNodes[0].object->GetFaceList())[f].GetSize() == 3;
+  EXPECT_EQ(triangles, 48);
 
   // Through Lightwave and OBJ files and back: same faces and points.
   const auto dir = ScratchDir("dxf_convert");
@@ -260,6 +267,7 @@ TEST_F(DxfIo, DamagedFilesFailCleanlyAndOddLineEndsRead) {
   EXPECT_EQ(ErrorOf(Pairs("0 SECTION 2 ENTITIES " + face + " 0 ENDSEC 0")), IO_FILE_BAD_FORMAT);
   EXPECT_EQ(ErrorOf(Pairs("x SECTION")), IO_FILE_BAD_FORMAT);
   EXPECT_EQ(ErrorOf(Entities("0 CIRCLE 8 A 10 0 20 0 40 1")), IO_FILE_EMPTY);
+  EXPECT_EQ(ErrorOf(Entities("0 CIRCLE 8 A 10 0 20 0 40 big")), IO_FILE_BAD_FORMAT);
   // Huge mesh counts that the vertices do not fill are skipped, not allocated.
   EXPECT_EQ(
       ErrorOf(Entities("0 POLYLINE 70 16 71 32767 72 32767 0 VERTEX 10 0 20 0 30 0 0 SEQEND")),

@@ -491,6 +491,14 @@ private:
         e.extrusion.y = m_in.Double(p);
       else if (c == 230)
         e.extrusion.z = m_in.Double(p);
+      else if (!p.binary) {
+        // Values of numeric codes that are not used are still numbers.
+        const ValueType type = TypeOf(c);
+        if (type == ValueType::Double)
+          m_in.Double(p);
+        else if (type != ValueType::String && type != ValueType::Binary)
+          m_in.Int(p);
+      }
     }
     // The end of the data: the caller finds the section unclosed.
   }
@@ -551,7 +559,16 @@ private:
     Unclosed();
   }
 
-  void AddPrim(Block& b, const Entity& e, const std::vector<Vec>& pts, bool face) {
+  static bool Same(const Vec& a, const Vec& b) { return a.x == b.x && a.y == b.y && a.z == b.z; }
+
+  void AddPrim(Block& b, const Entity& e, std::vector<Vec>& pts, bool face) {
+    if (face) {
+      // Corners repeated in a row (a triangle written as a four-corner face,
+      // say) are one corner.
+      pts.erase(std::unique(pts.begin(), pts.end(), Same), pts.end());
+      while (pts.size() > 1 && Same(pts.front(), pts.back()))
+        pts.pop_back();
+    }
     if (pts.size() < (face ? 3u : 2u))
       return;
     b.prims.push_back(
@@ -563,19 +580,14 @@ private:
     std::vector<Vec>& pts = m_scratch;
     pts.clear();
     if (e.type == "3DFACE") {
-      pts = {e.Point(10), e.Point(11), e.Point(12)};
-      const Vec d = e.has[13 - 10] ? e.Point(13) : e.Point(12);
-      if (d.x != pts[2].x || d.y != pts[2].y || d.z != pts[2].z)
-        pts.push_back(d);
+      // A missing or repeated fourth corner makes a triangle.
+      pts = {e.Point(10), e.Point(11), e.Point(12), e.has[13 - 10] ? e.Point(13) : e.Point(12)};
       AddPrim(b, e, pts, true);
     } else if (e.type == "SOLID" || e.type == "TRACE") {
       const Affine f = ObjectFrame(e.extrusion);
-      const Vec c = e.Point(12), d = e.has[13 - 10] ? e.Point(13) : c;
       // The third and fourth corners run across the quad.
-      pts = {f.Apply(e.Point(10)), f.Apply(e.Point(11))};
-      if (d.x != c.x || d.y != c.y || d.z != c.z)
-        pts.push_back(f.Apply(d));
-      pts.push_back(f.Apply(c));
+      pts = {f.Apply(e.Point(10)), f.Apply(e.Point(11)),
+             f.Apply(e.has[13 - 10] ? e.Point(13) : e.Point(12)), f.Apply(e.Point(12))};
       AddPrim(b, e, pts, true);
     } else if (e.type == "LINE") {
       pts = {e.Point(10), e.Point(11)};
