@@ -26,7 +26,6 @@
 #include <map>
 #include <memory>
 #include <new>
-#include <unordered_map>
 
 namespace meshcore {
 
@@ -42,17 +41,43 @@ struct EmptyScene {};
 // ---------------------------------------------------------------------------
 // Reading: per-layer geometry into the scene
 
-struct PointKey {
-  std::uint32_t x, y, z;
-  bool operator==(const PointKey& o) const { return x == o.x && y == o.y && z == o.z; }
-};
-struct PointKeyHash {
-  std::size_t operator()(const PointKey& k) const {
-    std::uint64_t h = k.x * 0x9E3779B97F4A7C15ull;
-    h ^= (h >> 29) + k.y * 0xBF58476D1CE4E5B9ull;
-    h ^= (h >> 31) + k.z * 0x94D049BB133111EBull;
-    return std::size_t(h ^ (h >> 32));
+// Exact-match welding of corners through an open-addressed table: the nodes
+// of a standard hash map cost more than the parsing of the file.
+class PointWelder {
+public:
+  explicit PointWelder(std::size_t corners) {
+    std::size_t capacity = 64;
+    while (capacity < corners * 2)
+      capacity *= 2;
+    m_slots.assign(capacity, -1);
+    m_mask = capacity - 1;
   }
+
+  // The index of the point with these coordinate bits, added when new.
+  int Find(const std::uint32_t key[3]) {
+    std::uint64_t h = key[0] * 0x9E3779B97F4A7C15ull;
+    h ^= (h >> 29) + key[1] * 0xBF58476D1CE4E5B9ull;
+    h ^= (h >> 31) + key[2] * 0x94D049BB133111EBull;
+    h ^= h >> 32;
+    for (std::size_t slot = std::size_t(h) & m_mask;; slot = (slot + 1) & m_mask) {
+      const int index = m_slots[slot];
+      if (index < 0) {
+        const int added = int(m_keys.size() / 3);
+        m_slots[slot] = added;
+        m_keys.insert(m_keys.end(), key, key + 3);
+        return added;
+      }
+      if (std::equal(key, key + 3, &m_keys[std::size_t(index) * 3]))
+        return index;
+    }
+  }
+  std::size_t Size() const { return m_keys.size() / 3; }
+  const std::uint32_t* Key(std::size_t i) const { return &m_keys[i * 3]; }
+
+private:
+  std::vector<int> m_slots;
+  std::vector<std::uint32_t> m_keys;
+  std::size_t m_mask;
 };
 
 std::uint32_t Bits(float v) {
@@ -113,10 +138,10 @@ private:
     auto faces = std::make_unique<C3DFaceList>();
     const int faceCount = int(layer.FaceCount());
     faces->SetSize(faceCount);
-    std::unordered_map<PointKey, int, PointKeyHash> index;
-    index.reserve(layer.facePoints.size() / 6);
-    std::vector<float> points;
+    PointWelder welder(layer.facePoints.size() / 3);
     CCancelCheck cancel;
+    int lastColour = -1;
+    unsigned material = 0;
     for (int f = 0; f < faceCount; ++f) {
       if (cancel.Tick())
         throw DxfCancelled{};
@@ -128,19 +153,23 @@ private:
       // The model's faces run the other way round from the file's.
       for (int k = 0; k < count; ++k) {
         const float* p = &layer.facePoints[std::size_t(b + std::uint32_t(count - 1 - k)) * 3];
-        auto [it, added] =
-            index.try_emplace(PointKey{Bits(p[0]), Bits(p[1]), Bits(p[2])}, int(points.size() / 3));
-        if (added)
-          points.insert(points.end(), p, p + 3);
-        idx[k] = it->second;
+        const std::uint32_t key[3] = {Bits(p[0]), Bits(p[1]), Bits(p[2])};
+        idx[k] = welder.Find(key);
       }
-      face.SetMaterialID(Material(layer.faceColour[std::size_t(f)]));
+      if (layer.faceColour[std::size_t(f)] != lastColour) {
+        lastColour = layer.faceColour[std::size_t(f)];
+        material = Material(lastColour);
+      }
+      face.SetMaterialID(material);
     }
     auto list = std::make_unique<C3DPointList>();
-    list->SetSize(int(points.size() / 3));
+    list->SetSize(int(welder.Size()));
     C3DPoint* out = list->GetFirst();
-    for (std::size_t i = 0; i < points.size() / 3; ++i)
-      out[i] = C3DPoint(points[i * 3], points[i * 3 + 1], points[i * 3 + 2]);
+    for (std::size_t i = 0; i < welder.Size(); ++i) {
+      float v[3];
+      std::memcpy(v, welder.Key(i), sizeof v);
+      out[i] = C3DPoint(v[0], v[1], v[2]);
+    }
     object->SetPointList(list.release());
     object->SetFaceList(faces.release());
     return object.release();
