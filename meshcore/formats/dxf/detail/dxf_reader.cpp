@@ -344,6 +344,14 @@ struct Entity {
   }
 };
 
+// A VERTEX record, kept small: a polyline may have millions.
+struct VertexRec {
+  Vec p;
+  std::array<int, 5> flags; // codes 70..74
+  int layer;
+  int colour;
+};
+
 class Reader {
 public:
   Reader(const std::uint8_t* data, std::size_t size, DxfDrawing& out)
@@ -507,7 +515,7 @@ private:
     CCancelCheck cancel;
     Block* block = blocks ? nullptr : &m_blocks[0];
     Entity e, poly;
-    std::vector<Entity> vertices;
+    std::vector<VertexRec> vertices;
     Pair p;
     while (m_in.Next(p)) {
       if (p.code != 0)
@@ -548,9 +556,12 @@ private:
           }
           if (cancel.Tick())
             throw DxfCancelled{};
-          vertices.emplace_back();
-          vertices.back().type = "VERTEX";
-          ReadEntity(vertices.back());
+          e.type = "VERTEX";
+          ReadEntity(e);
+          vertices.push_back({e.Point(10),
+                              {e.flags[0], e.flags[1], e.flags[2], e.flags[3], e.flags[4]},
+                              e.layer,
+                              e.colour});
         }
         AddPolyline(*block, poly, vertices);
       } else
@@ -632,19 +643,19 @@ private:
     b.inserts.push_back(in);
   }
 
-  void AddPolyline(Block& b, const Entity& poly, const std::vector<Entity>& vertices) {
+  void AddPolyline(Block& b, const Entity& poly, const std::vector<VertexRec>& vertices) {
     const int flags = poly.flags[0];
     std::vector<Vec>& pts = m_scratch;
     if (flags & 64) {
       // Polyface mesh: position records first, then face records indexing them.
       std::vector<Vec> positions;
-      for (const Entity& v : vertices)
+      for (const VertexRec& v : vertices)
         if ((v.flags[0] & 128) && (v.flags[0] & 64))
-          positions.push_back(v.Point(10));
+          positions.push_back(v.p);
       // Records joined by hidden edges around a shared first corner are one
       // polygon split into pieces of at most four corners: they are joined again.
       std::vector<long long> polygon;
-      const Entity* owner = nullptr;
+      const VertexRec* owner = nullptr;
       auto flush = [&] {
         if (!owner || polygon.empty())
           return;
@@ -662,7 +673,7 @@ private:
         polygon.clear();
       };
       std::vector<long long> record;
-      for (const Entity& v : vertices) {
+      for (const VertexRec& v : vertices) {
         if (!(v.flags[0] & 128) || (v.flags[0] & 64))
           continue;
         record.clear();
@@ -702,25 +713,23 @@ private:
       for (long long i = 0; i < rowsM; ++i)
         for (long long j = 0; j < colsN; ++j) {
           const long long i1 = (i + 1) % m, j1 = (j + 1) % n;
-          pts = {vertices[std::size_t(i * n + j)].Point(10),
-                 vertices[std::size_t(i * n + j1)].Point(10),
-                 vertices[std::size_t(i1 * n + j1)].Point(10),
-                 vertices[std::size_t(i1 * n + j)].Point(10)};
+          pts = {vertices[std::size_t(i * n + j)].p, vertices[std::size_t(i * n + j1)].p,
+                 vertices[std::size_t(i1 * n + j1)].p, vertices[std::size_t(i1 * n + j)].p};
           AddPrim(b, poly, pts, true);
         }
       return;
     }
     pts.clear();
     if (flags & 8) {
-      for (const Entity& v : vertices)
+      for (const VertexRec& v : vertices)
         if (!(v.flags[0] & 16)) // spline frame points are not on the curve
-          pts.push_back(v.Point(10));
+          pts.push_back(v.p);
     } else {
       const Affine f = ObjectFrame(poly.extrusion);
       const double z = poly.Value(30, 0);
-      for (const Entity& v : vertices)
+      for (const VertexRec& v : vertices)
         if (!(v.flags[0] & 16))
-          pts.push_back(f.Apply({v.Value(10, 0), v.Value(20, 0), z}));
+          pts.push_back(f.Apply({v.p.x, v.p.y, z}));
     }
     if ((flags & 1) && pts.size() > 2)
       pts.push_back(pts.front());
