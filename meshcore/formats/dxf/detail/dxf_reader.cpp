@@ -8,6 +8,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <string_view>
 #include <unordered_map>
@@ -100,8 +101,8 @@ public:
     return v;
   }
   long long Int(const Pair& p) const {
-    if (p.binary)
-      return static_cast<long long>(p.number);
+    if (p.binary) // 64-bit values may round past the range of long long
+      return static_cast<long long>(std::clamp(p.number, -9e18, 9e18));
     long long v;
     if (!CTextCursor::ParseInt(p.text, v)) {
       // Some writers put integers as "1.0".
@@ -287,6 +288,13 @@ Affine ObjectFrame(const Vec& extrusion) {
   return f;
 }
 
+// Doubles past the float range (scaled inserts can make them) are clamped:
+// converting them as they are is undefined.
+float ToFloat(double v) {
+  constexpr double kMax = std::numeric_limits<float>::max();
+  return float(std::clamp(v, -kMax, kMax));
+}
+
 constexpr int kByBlock = 0;
 constexpr int kByLayer = 256;
 
@@ -431,7 +439,7 @@ private:
         current = LayerIndex(p.text);
       } else if (layer && p.code == 62 && current >= 0) {
         // A negative colour marks a layer switched off; its colour is the same.
-        const long long c = std::llabs(m_in.Int(p));
+        const long long c = std::llabs(std::clamp(m_in.Int(p), -1000LL, 1000LL));
         m_out.layers[std::size_t(current)].colour = c >= 1 && c <= 255 ? int(c) : 7;
       }
     }
@@ -764,9 +772,9 @@ private:
       std::vector<float>& dst = prim.face ? out.facePoints : out.linePoints;
       for (std::uint32_t i = 0; i < prim.count; ++i) {
         const Vec p = depth ? m.Apply(b.points[prim.start + i]) : b.points[prim.start + i];
-        dst.push_back(float(p.x));
-        dst.push_back(float(p.y));
-        dst.push_back(float(p.z));
+        dst.push_back(ToFloat(p.x));
+        dst.push_back(ToFloat(p.y));
+        dst.push_back(ToFloat(p.z));
       }
       (prim.face ? out.faceStart : out.lineStart).push_back(std::uint32_t(dst.size() / 3));
       (prim.face ? out.faceColour : out.lineColour).push_back(std::uint8_t(c));
