@@ -455,7 +455,9 @@ private:
     m_out.Point(13, d);
   }
 
-  // One polygon as a polyface mesh: a fan of triangles whose inner edges are hidden.
+  // One polygon as a polyface mesh: the fan of triangles around its first
+  // corner, which the reader joins again. Its inner edges are not marked
+  // hidden: some readers take only positive indices.
   void WritePolyface(const OutNode& n, int colour, const std::vector<C3DPoint>& corners) {
     const int count = int(corners.size());
     Start("POLYLINE", n, colour);
@@ -473,10 +475,9 @@ private:
       Start("VERTEX", n, colour);
       m_out.Point(10, C3DPoint(0, 0, 0));
       m_out.Int(70, 128);
-      // A negative index hides the edge that starts at that corner.
-      m_out.Int(71, k == 1 ? 1 : -1);
+      m_out.Int(71, 1);
       m_out.Int(72, k + 1);
-      m_out.Int(73, k + 2 == count ? k + 2 : -(k + 2));
+      m_out.Int(73, k + 2);
     }
     m_out.Text(0, "SEQEND");
     m_out.Text(8, n.layer);

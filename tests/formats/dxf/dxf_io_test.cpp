@@ -213,13 +213,20 @@ TEST_F(DxfIo, EntitiesTheirCoordinateSystemsAndMeshes) {
     mesh += std::string(" 0 VERTEX 8 F 10 ") + p[0] + " 20 " + p[2] + " 30 0 70 192";
   mesh += " 0 VERTEX 8 F 70 128 71 1 72 2 73 3 74 4 0 VERTEX 8 F 70 128 71 2 72 5 73 -3"
           " 0 VERTEX 8 F 70 128 71 1 72 9 73 3 0 SEQEND";
+  // Two triangles joined by a hidden edge are one quad.
+  mesh += " 0 POLYLINE 8 H 66 1 70 64 71 4 72 2";
+  for (const char* p : {"0 0", "1 0", "1 1", "0 1"})
+    mesh += std::string(" 0 VERTEX 8 H 10 ") + p[0] + " 20 " + p[2] + " 30 0 70 192";
+  mesh += " 0 VERTEX 8 H 70 128 71 1 72 2 73 -3 0 VERTEX 8 H 70 128 71 -1 72 3 73 4 0 SEQEND";
   auto meshes = Read(Entities(mesh));
   ASSERT_TRUE(meshes) << detail_;
   nodes = Nodes(*meshes);
-  ASSERT_EQ(nodes.size(), 2u);
+  ASSERT_EQ(nodes.size(), 3u);
   EXPECT_EQ(nodes[0].object->GetFaceNbr(), 4); // (3 - 1) x 2 quads
   ASSERT_EQ(nodes[1].object->GetFaceNbr(), 2); // the index 9 record is dropped
   EXPECT_EQ((*nodes[1].object->GetFaceList())[1].GetSize(), 3);
+  ASSERT_EQ(nodes[2].object->GetFaceNbr(), 1);
+  EXPECT_EQ((*nodes[2].object->GetFaceList())[0].GetSize(), 4);
 }
 
 TEST_F(DxfIo, InsertsPlaceArrayAndNestBlocksWithoutLooping) {

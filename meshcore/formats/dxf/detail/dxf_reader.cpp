@@ -651,6 +651,27 @@ private:
     b.inserts.push_back(in);
   }
 
+  // Whether the face records are exactly (1 2 3), (1 3 4), ... (1 n-1 n) over
+  // all n positions, in one colour and layer.
+  static bool IsWholeFan(const std::vector<VertexRec>& vertices, std::size_t positions) {
+    if (positions < 5)
+      return false;
+    std::size_t k = 0;
+    const VertexRec* first = nullptr;
+    for (const VertexRec& v : vertices) {
+      if (!(v.flags[0] & 128) || (v.flags[0] & 64))
+        continue;
+      if (!first)
+        first = &v;
+      if (v.colour != first->colour || v.layer != first->layer || v.flags[4] != 0 ||
+          std::abs(v.flags[1]) != 1 || std::abs(v.flags[2]) != int(k + 2) ||
+          std::abs(v.flags[3]) != int(k + 3))
+        return false;
+      ++k;
+    }
+    return k + 2 == positions;
+  }
+
   void AddPolyline(Block& b, const Entity& poly, const std::vector<VertexRec>& vertices) {
     const int flags = poly.flags[0];
     std::vector<Vec>& pts = m_scratch;
@@ -680,6 +701,18 @@ private:
         AddPrim(b, e, pts, true);
         polygon.clear();
       };
+      if (IsWholeFan(vertices, positions.size())) {
+        // One polygon written as the fan of triangles around its first corner.
+        for (std::size_t i = 0; i < positions.size(); ++i)
+          polygon.push_back((long long)(i + 1));
+        for (const VertexRec& v : vertices)
+          if ((v.flags[0] & 128) && !(v.flags[0] & 64)) {
+            owner = &v;
+            break;
+          }
+        flush();
+        return;
+      }
       std::vector<long long> record;
       for (const VertexRec& v : vertices) {
         if (!(v.flags[0] & 128) || (v.flags[0] & 64))
