@@ -14,6 +14,7 @@
 #include "meshcore/containers/queue.h"
 #include "meshcore/containers/stack.h"
 #include "meshcore/formats/amapi/amapi_io.h"
+#include "meshcore/formats/dxf/dxf_io.h"
 #include "meshcore/formats/gltf/gltf_io.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/lightwave/lightwave_io.h"

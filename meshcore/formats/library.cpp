@@ -1,6 +1,7 @@
 #include "meshcore/formats/library.h"
 
 #include "meshcore/formats/amapi/amapi_io.h"
+#include "meshcore/formats/dxf/dxf_io.h"
 #include "meshcore/formats/gltf/gltf_io.h"
 #include "meshcore/formats/lightwave/lightwave_io.h"
 #include "meshcore/formats/lightwave_scene/lightwave_scene_io.h"
@@ -32,8 +33,9 @@ void RegisterBuiltinCodecs() {
   RegisterAmapiCodec();
   RegisterMayaCodec();
   RegisterVrmlCodec();
+  RegisterDxfCodec();
   // Not written yet, so C3DIo answers "unknown file type" for them:
-  // "DXF " CDxfIo, "TRUE" CTruespaceIo.
+  // "TRUE" CTruespaceIo.
 }
 
 void InitMeshcore() {
