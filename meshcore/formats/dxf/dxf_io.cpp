@@ -491,9 +491,7 @@ private:
 } // namespace
 
 void RegisterDxfCodec() {
-  fileRegisterCodec(fileMakeClassCode("DXF "), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CDxfIo>(owner);
-  });
+  fileRegisterCodecOf<CDxfIo>(fileMakeClassCode("DXF "));
 }
 
 CDxfIo::CDxfIo(CFileIo& owner) : C3DParser(owner) {}
