@@ -4,7 +4,6 @@
 #include "meshcore/formats/common/detail/file_input.h"
 #include "meshcore/formats/common/detail/file_output.h"
 #include "meshcore/formats/common/detail/format_error.h"
-#include "meshcore/formats/common/detail/unique_names.h"
 #include "meshcore/formats/truespace/detail/cob_file.h"
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_io.h"
@@ -117,7 +116,7 @@ public:
 
 private:
   void Materials(const std::unordered_map<std::uint32_t, std::size_t>& byId) {
-    codec::CUniqueNames names;
+    // Materials have no names in the file: the scene numbers them on import.
     for (const cob::Material& m : m_file.materials) {
       auto mesh = byId.find(m.parent);
       if (mesh == byId.end() || m_file.nodes[mesh->second].kind != cob::NodeKind::Mesh)
@@ -126,7 +125,6 @@ private:
       if (m_materials.count(key))
         continue;
       C3DMaterial* material = m_scene.CreateNewMaterial();
-      material->SetName(names.Make("Material"));
       const CRGBColor colour(codec::ColorByte(m.rgb[0]), codec::ColorByte(m.rgb[1]),
                              codec::ColorByte(m.rgb[2]), 255);
       material->SetDiffuseColor(colour);
@@ -224,7 +222,7 @@ private:
     object.AddChannel(channel.release());
     object.SetGlobalUVWChannel(id);
     for (unsigned m : materials)
-      if (C3DMaterial* material = m ? m_scene.GetMaterial(m) : nullptr)
+      if (C3DMaterial* material = m_scene.GetMaterial(m))
         if (CMaterialMap* map = material->GetMaterialMap(MAP_DIFFUSE);
             map && map->GetChannelID() == kNoChannel)
           map->SetChannelID(id);
@@ -335,6 +333,8 @@ public:
     std::unordered_map<const C3DSceneNode*, std::uint32_t> ids;
     const C3DBaseObject* object = nullptr;
     CCancelCheck cancel(0, 64);
+    if (cancel.Check())
+      throw cob::Cancelled{};
     bool any = false;
     for (C3DSceneNode* cursor = m_scene.GetFirstNode(nullptr); cursor;) {
       if (cancel.Tick())
@@ -455,9 +455,12 @@ private:
     if (CMaterialMap* map = material.GetMaterialMap(MAP_DIFFUSE);
         map && !map->GetFileName().empty()) {
       m.texture = map->GetFileName();
-      float w = 0;
-      map->GetUVWOffset(m.offset[0], m.offset[1], w);
-      map->GetUVWRepeat(m.repeats[0], m.repeats[1], w);
+      // A map placed by offset, then repeat, as the reader places it.
+      const C4x4Matrix& place = map->GetMatrix();
+      m.offset[0] = place.m[0][3];
+      m.offset[1] = place.m[1][3];
+      m.repeats[0] = place.m[0][0];
+      m.repeats[1] = place.m[1][1];
     }
     return m;
   }
