@@ -29,6 +29,14 @@ public:
     m_s.append(buf, std::size_t(std::to_chars(buf, buf + sizeof buf, v).ptr - buf));
     return *this;
   }
+  // The same with a decimal point always: some readers split "1,1,1" wrongly.
+  CText& Decimal(float v) {
+    const std::size_t start = m_s.size();
+    Float(v);
+    if (m_s.find_first_of(".en", start) == std::string::npos)
+      m_s.append(".0");
+    return *this;
+  }
   CText& Int(std::uint64_t v) {
     char buf[24];
     m_s.append(buf, std::size_t(std::to_chars(buf, buf + sizeof buf, v).ptr - buf));
@@ -146,9 +154,9 @@ void WriteMaterial(CText& out, const cob::Material& m, std::uint32_t id) {
   if (m.facet != 'f' && m.facet != 's')
     body.Int(std::uint64_t(m.angle < 0 ? 0 : m.angle));
   body << "\nrgb ";
-  body.Float(m.rgb[0]) << ',';
-  body.Float(m.rgb[1]) << ',';
-  body.Float(m.rgb[2]);
+  body.Decimal(m.rgb[0]) << ',';
+  body.Decimal(m.rgb[1]) << ',';
+  body.Decimal(m.rgb[2]);
   body << "\nalpha ";
   body.Float(m.alpha) << "  ka ";
   body.Float(m.ka) << "  ks ";
@@ -159,10 +167,10 @@ void WriteMaterial(CText& out, const cob::Material& m, std::uint32_t id) {
     const std::string name = OneLine(m.texture);
     body << "\ntexture: ";
     body.Int(name.size()) << name << "\noffset ";
-    body.Float(m.offset[0]) << ',';
-    body.Float(m.offset[1]) << "  repeats ";
-    body.Float(m.repeats[0]) << ',';
-    body.Float(m.repeats[1]) << "  flags 2";
+    body.Decimal(m.offset[0]) << ',';
+    body.Decimal(m.offset[1]) << "  repeats ";
+    body.Decimal(m.repeats[0]) << ',';
+    body.Decimal(m.repeats[1]) << "  flags 2";
   }
   body << '\n';
   Chunk(out, "Mat1", "0.06", id, m.parent, body.Str());
