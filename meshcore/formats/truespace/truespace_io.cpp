@@ -177,7 +177,10 @@ private:
     auto faces = std::make_unique<C3DFaceList>();
     faces->SetSize(int(kept.size()));
     std::vector<unsigned> used;
+    CCancelCheck cancel;
     for (std::size_t f = 0; f < kept.size(); ++f) {
+      if (cancel.Tick())
+        throw cob::Cancelled{};
       C3DFace& face = (*faces)[int(f)];
       face.SetSize(int(kept[f]->count));
       int* idx = face.GetData();
@@ -191,7 +194,9 @@ private:
     }
     object->SetPointList(points.release());
     object->SetFaceList(faces.release());
-    if (!node.uvs.empty())
+    // One texture vertex shared by every corner (what is written for a mesh
+    // without texture coordinates) maps nothing.
+    if (node.uvs.size() > 2)
       Texture(*object, node, kept, used);
     return object;
   }
@@ -481,8 +486,11 @@ private:
       if (!chosen || ch->GetID() == object.GetGlobalUVWChannel())
         chosen = uvw;
     }
-    if (!chosen)
+    if (!chosen) {
+      // Readers expect every corner to name a texture vertex: all name this one.
+      out.uvs = {0.0f, 0.0f};
       return nullptr;
+    }
     const CUVWPointList& points = *chosen->GetUVWPointList();
     out.uvs.resize(std::size_t(points.GetSize()) * 2);
     for (int i = 0; i < points.GetSize(); ++i) {

@@ -165,7 +165,8 @@ TEST_F(TruespaceIo, SamplesLoadEncodingsAgreeAndConvert) {
     used.insert((*object->GetFaceList())[f].GetMaterialID());
   EXPECT_EQ(used.size(), 4u);
   EXPECT_EQ(used.count(0), 0u);
-  EXPECT_TRUE(object->GetChannel(object->GetGlobalUVWChannel(), CHANNEL_UVW));
+  // trueSpace gives an untextured mesh one texture vertex: no channel.
+  EXPECT_FALSE(object->GetChannel(object->GetGlobalUVWChannel(), CHANNEL_UVW));
 
   // Through LWO2 and OBJ (which place the points themselves) and back: the same faces and box.
   for (C3DScene* scene : {binary.get(), spider.get()}) {
@@ -398,6 +399,20 @@ TEST_F(TruespaceIo, SceneRoundTripKeepsPointsFacesTexturesMaterialsAndTree) {
   const C3DMaterial* backBlue = back->GetMaterial((*object.GetFaceList())[1].GetMaterialID());
   EXPECT_EQ(backBlue->GetDiffuseColor().b, 255);
   EXPECT_FLOAT_EQ(backBlue->GetSpecularFactor(), 0.3f);
+
+  // Without texture coordinates every corner names one texture vertex at 0,
+  // which reads back as no channel.
+  auto plain = Read(Bytes(Ascii(Triangle(1, 0, "tri"))));
+  ASSERT_TRUE(plain);
+  const std::string plainText = Save(plain.get());
+  EXPECT_NE(plainText.find("\nTexture Vertices 1\n0 0\nFaces 1\nFace verts 3 flags 0 mat 0\n"
+                           "<0,0> <1,0> <2,0> \n"),
+            std::string::npos)
+      << plainText;
+  auto plainBack = Read(Bytes(plainText));
+  ASSERT_TRUE(plainBack);
+  const C3DBaseObject* tri = plainBack->GetFirstNode(nullptr)->GetBaseObject();
+  EXPECT_FALSE(tri->GetChannel(tri->GetGlobalUVWChannel(), CHANNEL_UVW));
 }
 
 TEST_F(TruespaceIo, CancelledReadsAndSavesLeaveNothing) {
