@@ -3,6 +3,7 @@
 // arrays out. The file (16 meshes of 180 x 180 quads cut into triangles, with
 // texture coordinates, about a million triangles) is generated on first use.
 
+#include "bench/bench_support.h"
 #include "meshcore/formats/common/detail/byte_order.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/studio3d/detail/tds_file.h"
@@ -12,9 +13,6 @@
 
 #include <benchmark/benchmark.h>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 
 #include <cstdio>
 #include <filesystem>
@@ -69,34 +67,13 @@ const std::string& BigFile() {
   return path;
 }
 
-// As in the Lightwave benchmark: a fixed mmap threshold keeps every iteration cold.
-void FixAllocatorThresholds() {
-#if defined(__GLIBC__)
-  static const bool once = [] {
-    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
-    return true;
-  }();
-  (void)once;
-#endif
-}
-
 void BM_3dsFullLoad(benchmark::State& state) {
-  FixAllocatorThresholds();
+  bench::FixAllocatorThresholds();
   InitMeshcore();
   const std::string& path = BigFile();
-  std::size_t faces = 0;
-  for (auto _ : state) {
-    C3DIo io(path, FILE_PARSER_SILENT);
-    std::unique_ptr<C3DScene> scene(io.Read(0, 0));
-    if (!scene) {
-      state.SkipWithError("read failed");
-      return;
-    }
-    faces = std::size_t(scene->GetFaceNbr());
-    state.PauseTiming(); // freeing the scene is not part of loading it
-    scene.reset();
-    state.ResumeTiming();
-  }
+  const std::size_t faces = bench::TimedLoads(state, path);
+  if (faces == 0)
+    return;
   state.counters["triangles"] = double(faces);
   state.counters["file_MB"] = double(std::filesystem::file_size(path)) / 1e6;
 }
@@ -104,7 +81,7 @@ void BM_3dsFullLoad(benchmark::State& state) {
 // Reads the file and copies every mesh's points, faces and texture
 // coordinates into flat arrays, walking only the chunks that lead to them.
 void BM_3dsFloor(benchmark::State& state) {
-  FixAllocatorThresholds();
+  bench::FixAllocatorThresholds();
   const std::string& path = BigFile();
   std::size_t faces = 0;
   for (auto _ : state) {

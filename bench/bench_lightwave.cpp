@@ -3,6 +3,7 @@
 // flat arrays. The file (an N x N grid of quads, three surfaces, a per-point
 // texture map) is generated on first use.
 
+#include "bench/bench_support.h"
 #include "meshcore/formats/common/detail/byte_order.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/lightwave/detail/lwo_writer.h"
@@ -12,11 +13,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <sys/resource.h>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 
 #include <cstdio>
 #include <filesystem>
@@ -116,51 +113,21 @@ const std::string& GridFile(int n) {
   return path;
 }
 
-// glibc raises its mmap threshold after the first large block is freed, so
-// whichever benchmark runs second would reuse warm heap pages that a program
-// loading one file never has. A fixed threshold keeps every iteration cold,
-// as a first load is, whatever the order.
-void FixAllocatorThresholds() {
-#if defined(__GLIBC__)
-  static const bool once = [] {
-    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
-    return true;
-  }();
-  (void)once;
-#endif
-}
-
-double PeakMegabytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return double(usage.ru_maxrss) / 1024.0;
-}
-
 void BM_LightwaveFullLoad(benchmark::State& state) {
-  FixAllocatorThresholds();
+  bench::FixAllocatorThresholds();
   InitMeshcore();
   const std::string& path = GridFile(int(state.range(0)));
-  std::size_t faces = 0;
-  for (auto _ : state) {
-    C3DIo io(path, FILE_PARSER_SILENT);
-    std::unique_ptr<C3DScene> scene(io.Read(0, 0));
-    if (!scene) {
-      state.SkipWithError("read failed");
-      return;
-    }
-    faces = std::size_t(scene->GetFaceNbr());
-    state.PauseTiming(); // freeing the scene is not part of loading it
-    scene.reset();
-    state.ResumeTiming();
-  }
+  const std::size_t faces = bench::TimedLoads(state, path);
+  if (faces == 0)
+    return;
   state.counters["faces"] = double(faces);
   state.counters["file_MB"] = double(std::filesystem::file_size(path)) / 1e6;
-  state.counters["peak_rss_MB"] = PeakMegabytes();
+  state.counters["peak_rss_MB"] = bench::PeakMegabytes();
 }
 
 // Reads the file and decodes PNTS and POLS into flat arrays, nothing more.
 void BM_LightwaveFloor(benchmark::State& state) {
-  FixAllocatorThresholds();
+  bench::FixAllocatorThresholds();
   const std::string& path = GridFile(int(state.range(0)));
   std::size_t polygons = 0;
   for (auto _ : state) {

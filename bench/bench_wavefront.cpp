@@ -3,6 +3,7 @@
 // arrays with std::from_chars. The file (an N x N grid of quads with texture
 // coordinates and normals, about 100 MB at N = 1000) is generated on first use.
 
+#include "bench/bench_support.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"
@@ -10,11 +11,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <sys/resource.h>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 
 #include <charconv>
 #include <cstdio>
@@ -116,51 +113,23 @@ const std::string& GridFile(int n) {
   return path;
 }
 
-// glibc raises its mmap threshold after the first large block is freed; a fixed
-// threshold keeps every iteration as cold as a first load.
-void FixAllocatorThresholds() {
-#if defined(__GLIBC__)
-  static const bool once = [] {
-    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
-    return true;
-  }();
-  (void)once;
-#endif
-}
-
-double PeakMegabytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return double(usage.ru_maxrss) / 1024.0;
-}
-
 void BM_WavefrontRead(benchmark::State& state) {
-  FixAllocatorThresholds();
+  bench::FixAllocatorThresholds();
   InitMeshcore();
   const std::string& path = GridFile(int(state.range(0)));
-  std::size_t faces = 0;
-  for (auto _ : state) {
-    C3DIo io(path, FILE_PARSER_SILENT);
-    std::unique_ptr<C3DScene> scene(io.Read(0, 0));
-    if (!scene) {
-      state.SkipWithError("read failed");
-      return;
-    }
-    faces = std::size_t(scene->GetFaceNbr());
-    state.PauseTiming(); // freeing the scene is not part of loading it
-    scene.reset();
-    state.ResumeTiming();
-  }
+  const std::size_t faces = bench::TimedLoads(state, path);
+  if (faces == 0)
+    return;
   const double bytes = double(std::filesystem::file_size(path));
   state.SetBytesProcessed(std::int64_t(bytes) * state.iterations());
   state.counters["faces"] = double(faces);
   state.counters["file_MB"] = bytes / 1e6;
-  state.counters["peak_rss_MB"] = PeakMegabytes();
+  state.counters["peak_rss_MB"] = bench::PeakMegabytes();
 }
 
 // Reads the file and parses every number of v, vt, vn and f into flat arrays.
 void BM_WavefrontFloor(benchmark::State& state) {
-  FixAllocatorThresholds();
+  bench::FixAllocatorThresholds();
   const std::string& path = GridFile(int(state.range(0)));
   std::size_t corners = 0;
   for (auto _ : state) {
@@ -214,7 +183,7 @@ void BM_WavefrontFloor(benchmark::State& state) {
 }
 
 void BM_WavefrontWrite(benchmark::State& state) {
-  FixAllocatorThresholds();
+  bench::FixAllocatorThresholds();
   InitMeshcore();
   const std::string& path = GridFile(int(state.range(0)));
   C3DIo in(path, FILE_PARSER_SILENT);

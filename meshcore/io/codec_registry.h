@@ -20,4 +20,12 @@ void fileRegisterCodec(unsigned classCode, CodecFactory factory);
 std::unique_ptr<C3DParser> fileCreateCodec(unsigned classCode, CFileIo& owner);
 bool fileHasCodec(unsigned classCode);
 
+// Registers Codec, built from the operation that asks for it, as the codec of
+// a class code: what every codec's registration function does.
+template <class Codec> void fileRegisterCodecOf(unsigned classCode) {
+  fileRegisterCodec(classCode, [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
+    return std::make_unique<Codec>(owner);
+  });
+}
+
 } // namespace meshcore

@@ -105,9 +105,7 @@ struct CAmapiIo::Geometry {
 };
 
 void RegisterAmapiCodec() {
-  fileRegisterCodec(fileMakeClassCode("AMAP"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CAmapiIo>(owner);
-  });
+  fileRegisterCodecOf<CAmapiIo>(fileMakeClassCode("AMAP"));
 }
 
 CAmapiIo::CAmapiIo(CFileIo& owner) : C3DParser(owner) {}

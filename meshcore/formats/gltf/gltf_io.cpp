@@ -624,9 +624,7 @@ int Exporter::TextureIndex(const std::string& fileName) {
 void RegisterGltfCodec() {
   CFileExt type("glTF 2.0 files", ".gltf|.glb", kGltfClass, FILE_CAN_WRITE | FILE_KIND_SCENE);
   fileRegisterFile(type);
-  fileRegisterCodec(kGltfClass, [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CGltfIo>(owner);
-  });
+  fileRegisterCodecOf<CGltfIo>(kGltfClass);
 }
 
 CGltfIo::CGltfIo(CFileIo& owner) : C3DParser(owner) {}

@@ -280,9 +280,7 @@ bool FillWholeUVWMap(const std::vector<NamedMaps>& maps,
 } // namespace
 
 void RegisterLightwaveCodec() {
-  fileRegisterCodec(fileMakeClassCode("LIGT"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CLightwaveIo>(owner);
-  });
+  fileRegisterCodecOf<CLightwaveIo>(fileMakeClassCode("LIGT"));
 }
 
 CLightwaveIo::CLightwaveIo(CFileIo& owner) : C3DParser(owner) {}

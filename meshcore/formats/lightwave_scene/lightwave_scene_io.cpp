@@ -164,9 +164,7 @@ struct CLightwaveSceneIo::Lines {
 };
 
 void RegisterLightwaveSceneCodec() {
-  fileRegisterCodec(fileMakeClassCode("LIGS"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CLightwaveSceneIo>(owner);
-  });
+  fileRegisterCodecOf<CLightwaveSceneIo>(fileMakeClassCode("LIGS"));
 }
 
 CLightwaveSceneIo::CLightwaveSceneIo(CFileIo& owner) : C3DParser(owner) {}

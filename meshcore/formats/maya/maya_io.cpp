@@ -187,9 +187,7 @@ std::string MakeMayaName(const std::string& name, const std::string& fallback) {
 }
 
 void RegisterMayaCodec() {
-  fileRegisterCodec(fileMakeClassCode("MAYA"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CMayaIo>(owner);
-  });
+  fileRegisterCodecOf<CMayaIo>(fileMakeClassCode("MAYA"));
 }
 
 CMayaIo::CMayaIo(CFileIo& owner) : C3DParser(owner) {}

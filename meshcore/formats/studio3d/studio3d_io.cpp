@@ -575,9 +575,7 @@ private:
 } // namespace
 
 void Register3DStudioCodec() {
-  fileRegisterCodec(fileMakeClassCode("3DST"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<C3DStudioIo>(owner);
-  });
+  fileRegisterCodecOf<C3DStudioIo>(fileMakeClassCode("3DST"));
 }
 
 C3DStudioIo::C3DStudioIo(CFileIo& owner) : C3DParser(owner) {}

@@ -160,9 +160,7 @@ CVrmlIo* GetVrmlReaderOfThread() {
 }
 
 void RegisterVrmlCodec() {
-  fileRegisterCodec(fileMakeClassCode("VRML"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CVrmlIo>(owner);
-  });
+  fileRegisterCodecOf<CVrmlIo>(fileMakeClassCode("VRML"));
   // Inventor ascii files are read as VRML; the row keeps its description.
   CFileExt ext;
   if (fileGetExtensionInfo(fileMakeClassCode("VRML"), ext) &&

@@ -856,9 +856,7 @@ private:
 } // namespace
 
 void RegisterWavefrontCodec() {
-  fileRegisterCodec(fileMakeClassCode("WVFT"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CWavefrontIo>(owner);
-  });
+  fileRegisterCodecOf<CWavefrontIo>(fileMakeClassCode("WVFT"));
 }
 
 CWavefrontIo::CWavefrontIo(CFileIo& owner) : C3DParser(owner) {}
