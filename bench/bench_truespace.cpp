@@ -3,6 +3,7 @@
 // on it with from_chars. The file (one mesh of 400 x 400 quads with texture
 // coordinates, 160 000 faces) is generated on first use.
 
+#include "bench/bench_support.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/truespace/detail/cob_file.h"
 #include "meshcore/io/file_io.h"
@@ -57,21 +58,10 @@ const std::string& BigFile() {
 }
 
 void BM_TruespaceLoad(benchmark::State& state) {
+  bench::FixAllocatorThresholds();
   InitMeshcore();
   const std::string& path = BigFile();
-  std::size_t faces = 0;
-  for (auto _ : state) {
-    C3DIo io(path, FILE_PARSER_SILENT);
-    std::unique_ptr<C3DScene> scene(io.Read(0, 0));
-    if (!scene) {
-      state.SkipWithError("read failed");
-      return;
-    }
-    faces = std::size_t(scene->GetFaceNbr());
-    state.PauseTiming(); // freeing the scene is not part of loading it
-    scene.reset();
-    state.ResumeTiming();
-  }
+  const std::size_t faces = bench::TimedLoads(state, path);
   state.counters["faces"] = double(faces);
   state.counters["file_MB"] = double(std::filesystem::file_size(path)) / 1e6;
 }
@@ -79,6 +69,7 @@ void BM_TruespaceLoad(benchmark::State& state) {
 // Reads the file and converts every token that is a number: the least any
 // reader of the text must do.
 void BM_TruespaceFloor(benchmark::State& state) {
+  bench::FixAllocatorThresholds();
   const std::string& path = BigFile();
   for (auto _ : state) {
     const std::size_t size = std::filesystem::file_size(path);

@@ -524,9 +524,7 @@ private:
 } // namespace
 
 void RegisterTruespaceCodec() {
-  fileRegisterCodec(fileMakeClassCode("TRUE"), [](CFileIo& owner) -> std::unique_ptr<C3DParser> {
-    return std::make_unique<CTruespaceIo>(owner);
-  });
+  fileRegisterCodecOf<CTruespaceIo>(fileMakeClassCode("TRUE"));
 }
 
 CTruespaceIo::CTruespaceIo(CFileIo& owner) : C3DParser(owner) {}
