@@ -105,6 +105,34 @@ std::string Describe(C3DScene& scene, int digits = 4) {
   return out.str();
 }
 
+// A binary file of one triangle mesh (id 7): its vertex count, its face's
+// corner count and its chunk size (0: the true one) may lie; more chunks follow.
+std::vector<std::uint8_t> BinaryTriangle(std::uint32_t points, std::uint32_t corners,
+                                         std::uint32_t size,
+                                         const ByteBuilder& more = ByteBuilder(Endian::Little)) {
+  ByteBuilder body(Endian::Little);
+  body.u2(0).u2(3).id("tri\0");
+  body.data.pop_back();
+  for (float v : {0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 1.f})
+    body.f4(v);
+  for (float v : {1.f, 0.f, 0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 0.f, 1.f, 0.f})
+    body.f4(v);
+  body.u4(points);
+  for (int i = 0; i < 3; ++i)
+    body.f4(float(i == 1)).f4(float(i == 2)).f4(0);
+  body.u4(0).u4(1).u1(0).u2(corners).u2(0);
+  for (std::uint32_t k = 0; k < 3; ++k)
+    body.u4(k).u4(0);
+  ByteBuilder file(Endian::Little);
+  std::string header = "Caligari V00.01BLH";
+  header.resize(31, ' ');
+  for (char c : header + "\n")
+    file.u1(std::uint8_t(c));
+  file.id("PolH").u2(0).u2(6).u4(7).u4(0).u4(size ? size : std::uint32_t(body.size()));
+  file.raw(body).raw(more).id("END ").u2(1).u2(0).u4(0).u4(0).u4(0);
+  return file.data;
+}
+
 class TruespaceIo : public ::testing::Test {
 protected:
   static void SetUpTestSuite() { InitMeshcore(); }
@@ -236,33 +264,10 @@ TEST_F(TruespaceIo, HostileFilesAreBadFormatAndTreesStayFinite) {
   EXPECT_TRUE(Read(Bytes(Ascii(Chunk("Zzzz", 5, 0, "\nPolH V0.06 nonsense\n") + t))));
 
   // Binary: the same mesh, then counts that run past the chunk.
-  auto binary = [](std::uint32_t points, std::uint32_t corners, std::uint32_t size) {
-    ByteBuilder body(Endian::Little);
-    body.u2(0).u2(3).id("tri\0");
-    body.data.pop_back();
-    for (float v : {0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 1.f})
-      body.f4(v);
-    for (float v : {1.f, 0.f, 0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 0.f, 1.f, 0.f})
-      body.f4(v);
-    body.u4(points);
-    for (int i = 0; i < 3; ++i)
-      body.f4(float(i == 1)).f4(float(i == 2)).f4(0);
-    body.u4(0).u4(1).u1(0).u2(corners).u2(0);
-    for (std::uint32_t k = 0; k < 3; ++k)
-      body.u4(k).u4(0);
-    ByteBuilder file(Endian::Little);
-    std::string header = "Caligari V00.01BLH";
-    header.resize(31, ' ');
-    for (char c : header + "\n")
-      file.u1(std::uint8_t(c));
-    file.id("PolH").u2(0).u2(6).u4(7).u4(0).u4(size ? size : std::uint32_t(body.size()));
-    file.raw(body).id("END ").u2(1).u2(0).u4(0).u4(0).u4(0);
-    return file.data;
-  };
-  ASSERT_TRUE(Read(binary(3, 3, 0))) << detail_;
+  ASSERT_TRUE(Read(BinaryTriangle(3, 3, 0))) << detail_;
   int error = 0;
-  for (const auto& bytes :
-       {binary(0x7FFFFFFF, 3, 0), binary(3, 60000, 0), binary(3, 3, 1000000), binary(2, 3, 0)}) {
+  for (const auto& bytes : {BinaryTriangle(0x7FFFFFFF, 3, 0), BinaryTriangle(3, 60000, 0),
+                            BinaryTriangle(3, 3, 1000000), BinaryTriangle(2, 3, 0)}) {
     EXPECT_FALSE(Read(bytes, &error));
     EXPECT_EQ(error, IO_FILE_BAD_FORMAT) << detail_;
   }
@@ -291,10 +296,11 @@ TEST_F(TruespaceIo, FacesHolesAndMaterialsByNumber) {
                 "Face verts 3 flags 0 mat 7\n<0,0> <2,1> <3,5> \n"
                 "Face verts 2 flags 0 mat 1\n<0,0> <1,0> \n"
                 "Face verts 3 flags 0 mat 1\n<0,0> <1,0> <2,0> \nDrawFlags 0\n");
-  const std::string material =
-      Chunk("Mat1", 11, 10,
-            "\nmat# 1\nshader: phong  facet: auto40\nrgb 1,0.5,0\nalpha 0.25  ka 0.5  ks 0.75  "
-            "exp 0  ior 1\ntexture: 1112brick.bmp\noffset 0.5,0  repeats 2,3  flags 2\n");
+  const std::string material = Chunk(
+      "Mat1", 11, 10,
+      "\nmat# 1\nshader: phong  facet: auto40\nrgb 1,0.5,0\nalpha 0.25  ka 0.5  ks 0.75  "
+      "exp 0  ior 1\ntexture: 1112brick.bmp\noffset 0.5,0  repeats 2,3  flags 2\nbump: 8bump.bmp\n"
+      "offset 9,9  repeats 9,9  flags 2  amplitude 1\n");
   auto scene = Read(Bytes(Ascii(mesh + material)));
   ASSERT_TRUE(scene) << detail_;
   C3DSceneNode* node = scene->GetFirstNode(nullptr);
@@ -326,6 +332,28 @@ TEST_F(TruespaceIo, FacesHolesAndMaterialsByNumber) {
   EXPECT_EQ(Indices((*uvw->GetUVWFaceList())[1]), (std::vector<int>{0, 1, 2}));
   EXPECT_EQ((*uvw->GetUVWPointList())[1].v, -0.25f);
   EXPECT_EQ((*uvw->GetUVWPointList())[2].u, 0.0f);
+
+  // The binary material: number, shader, facet and angle, colour and factors,
+  // then an environment map (file only) and a texture map with its placement.
+  ByteBuilder mat(Endian::Little);
+  mat.u2(0).u1('p').u1('a').u1(30);
+  for (float v : {0.f, 1.f, 0.f, 0.5f, 0.1f, 0.2f, 0.f, 1.f})
+    mat.f4(v);
+  mat.u1('e').u1(':').u1(0).u2(3).id("sky\0");
+  mat.data.pop_back();
+  mat.u1('t').u1(':').u1(2).u2(8).id("wood").id(".bmp").f4(0.25f).f4(0).f4(4).f4(1);
+  ByteBuilder chunk(Endian::Little);
+  chunk.id("Mat1").u2(0).u2(6).u4(8).u4(7).u4(std::uint32_t(mat.size())).raw(mat);
+  auto binary = Read(BinaryTriangle(3, 3, 0, chunk));
+  ASSERT_TRUE(binary) << detail_;
+  const C3DBaseObject* tri = binary->GetFirstNode(nullptr)->GetBaseObject();
+  const C3DMaterial* wood = binary->GetMaterial((*tri->GetFaceList())[0].GetMaterialID());
+  ASSERT_TRUE(wood && wood->GetDiffuseMaps());
+  EXPECT_EQ(wood->GetDiffuseColor().g, 255);
+  EXPECT_FLOAT_EQ(wood->GetTransparencyFactor(), 0.5f);
+  EXPECT_EQ(wood->GetDiffuseMaps()->GetFileName(), "wood.bmp");
+  EXPECT_EQ(wood->GetDiffuseMaps()->GetMatrix().m[0][0], 4.0f);
+  EXPECT_EQ(wood->GetDiffuseMaps()->GetMatrix().m[0][3], 0.25f);
 }
 
 TEST_F(TruespaceIo, SceneRoundTripKeepsPointsFacesTexturesMaterialsAndTree) {

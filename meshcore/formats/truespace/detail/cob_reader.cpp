@@ -110,6 +110,8 @@ public:
         c.U8(); // flags
         const std::uint16_t length = c.U16();
         std::string name(c.Bytes(length));
+        if (key == "e:")
+          continue; // an environment map has its file only
         float values[4];
         for (float& v : values)
           v = c.F32();
@@ -312,9 +314,13 @@ public:
     cob::Material m;
     m.parent = h.parent;
     std::string_view line;
+    // The placement line belongs to the map line just before it (bump maps have one too).
+    bool texture = false;
     while (body.NextLine(line)) {
       std::string_view rest = line;
       const std::string_view key = CTextCursor::NextToken(rest);
+      const bool afterTexture = texture;
+      texture = false;
       if (key == "mat#") {
         m.number = std::uint32_t(std::clamp<long long>(body.Int(rest), 0, 0xFFFF));
       } else if (key == "shader:") {
@@ -352,7 +358,8 @@ public:
         }
       } else if (key == "texture:") {
         m.texture = MapName(CTextCursor::Trim(rest));
-      } else if (key == "offset" && !m.texture.empty()) {
+        texture = true;
+      } else if (key == "offset" && afterTexture) {
         CommaFloats(body, CTextCursor::NextToken(rest), m.offset, 2);
         if (CTextCursor::NextToken(rest) == "repeats")
           CommaFloats(body, CTextCursor::NextToken(rest), m.repeats, 2);
