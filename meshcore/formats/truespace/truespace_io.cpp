@@ -335,7 +335,7 @@ public:
       C3DMaterial* m = m_scene.GetNextMaterial(c);
       m_byId.emplace(m->GetMaterialID(), m);
     }
-    std::unordered_map<const C3DSceneNode*, std::uint32_t> ids;
+    std::unordered_map<const C3DSceneNode*, std::uint32_t> groups; // written, by scene node
     const C3DBaseObject* object = nullptr;
     CCancelCheck cancel(0, 64);
     if (cancel.Check())
@@ -359,19 +359,23 @@ public:
       out.id = std::uint32_t(m_file.nodes.size() + 1);
       for (C3DSceneNode* p = m_scene.GetParent(node); p && !m_scene.IsSceneRoot(p);
            p = m_scene.GetParent(p))
-        if (auto it = ids.find(p); it != ids.end()) {
+        if (auto it = groups.find(p); it != groups.end()) {
           out.parent = it->second;
           break;
         }
       out.name = node->GetName();
-      C4x4Matrix world;
-      node->GetMatrix(NODE_MATRIX_TRANSFORM, world, 0);
-      Frame(out.frame, world, node->GetPivot());
+      // Meshes carry their whole placement and hang only from groups, which
+      // stay at the origin: a reader that composes the matrices down the
+      // tree places them as one that does not.
       if (mesh) {
+        C4x4Matrix world;
+        node->GetMatrix(NODE_MATRIX_TRANSFORM, world, 0);
+        Frame(out.frame, world, node->GetPivot());
         Mesh(out, *o);
         any = true;
+      } else {
+        groups.emplace(node, out.id);
       }
-      ids.emplace(node, out.id);
       m_file.nodes.push_back(std::move(out));
     }
     if (!any)

@@ -392,6 +392,13 @@ TEST_F(TruespaceIo, SceneRoundTripKeepsPointsFacesTexturesMaterialsAndTree) {
   const std::string text = Save(scene.get());
   EXPECT_EQ(Save(scene.get()), text); // deterministic
   EXPECT_EQ(text.substr(0, 32), "Caligari V00.01ALH             \n");
+  // The group stays at the origin; the mesh carries the group's placement too.
+  EXPECT_NE(text.find("Grou V0.01 Id 1 Parent 0 Size 00000106\nName Group\n"
+                      "center 0 0 0\nx axis 1 0 0\ny axis 0 1 0\nz axis 0 0 1\nTransform\n"
+                      "1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\nPolH V0.06 Id 2 Parent 1 "),
+            std::string::npos)
+      << text.substr(0, 400);
+  EXPECT_NE(text.find("Transform\n4 0 0 1\n0 4 0 2\n0 0 4 1\n"), std::string::npos);
   auto back = Read(Bytes(text));
   ASSERT_TRUE(back) << detail_;
   std::string expected = Describe(*scene, 7);
