@@ -21,6 +21,7 @@
 #include "meshcore/formats/lightwave_scene/lightwave_scene_io.h"
 #include "meshcore/formats/maya/maya_io.h"
 #include "meshcore/formats/studio3d/studio3d_io.h"
+#include "meshcore/formats/truespace/truespace_io.h"
 #include "meshcore/formats/vrml/vrml_io.h"
 #include "meshcore/formats/wavefront/wavefront_io.h"
 #include "meshcore/geometry/gamma.h"

@@ -7,6 +7,7 @@
 #include "meshcore/formats/lightwave_scene/lightwave_scene_io.h"
 #include "meshcore/formats/maya/maya_io.h"
 #include "meshcore/formats/studio3d/studio3d_io.h"
+#include "meshcore/formats/truespace/truespace_io.h"
 #include "meshcore/formats/vrml/vrml_io.h"
 #include "meshcore/formats/wavefront/wavefront_io.h"
 #include "meshcore/io/codec_registry.h"
@@ -34,8 +35,7 @@ void RegisterBuiltinCodecs() {
   RegisterMayaCodec();
   RegisterVrmlCodec();
   RegisterDxfCodec();
-  // Not written yet, so C3DIo answers "unknown file type" for them:
-  // "TRUE" CTruespaceIo.
+  RegisterTruespaceCodec();
 }
 
 void InitMeshcore() {

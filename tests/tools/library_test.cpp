@@ -70,9 +70,13 @@ TEST(Library, InitAndCloseRunOnceEach) {
   EXPECT_EQ(prefs.GetLWPaths(), std::vector<std::string>{"/content"});
 
   // Registered types whose codec is not in the library answer "unknown file type".
-  C3DIo cob((dir / "model.cob").string(), FILE_PARSER_LOADING | FILE_PARSER_SILENT);
-  EXPECT_EQ(cob.Read(), nullptr);
-  EXPECT_EQ(cob.GetIoError(), IO_FILE_UNKNOWN_TYPE);
+  CFileExt noCodec("Test model files", ".nocodec", fileMakeClassCode("NOCD"), 0x4013);
+  fileRegisterFile(noCodec);
+  C3DIo model((dir / "model.nocodec").string(), FILE_PARSER_LOADING | FILE_PARSER_SILENT);
+  EXPECT_EQ(model.Read(), nullptr);
+  EXPECT_EQ(model.GetIoError(), IO_FILE_UNKNOWN_TYPE);
+  fileResetRegistry();
+  fileRegisterBuiltinTypes();
 
   prefs.SetTexturePaths({"/textures"});
   CloseMeshcore();
