@@ -8,6 +8,7 @@
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"
 #include "meshcore/scene/scene.h"
+#include "tests/support/lwo_grid.h"
 
 #include <benchmark/benchmark.h>
 
@@ -20,33 +21,7 @@ using namespace meshcore;
 namespace {
 
 std::unique_ptr<C3DScene> GridScene(int n) {
-  st_lwObject object;
-  object.tags = {"Grid"};
-  st_lwLayer& layer = object.layers.emplace_back();
-  layer.name = "grid";
-  layer.parent = 0xFFFF;
-  const int side = n + 1;
-  st_lwVMap& uv = layer.vmaps.emplace_back();
-  uv.type = lwid::TXUV;
-  uv.dimension = 2;
-  uv.name = "uv";
-  for (int y = 0; y < side; ++y)
-    for (int x = 0; x < side; ++x) {
-      layer.points.push_back({{float(x), float(y), float((x * 7 + y * 3) % 5) * 0.1f}});
-      uv.points.push_back(std::uint32_t(y * side + x));
-      uv.values.push_back(float(x) / float(n));
-      uv.values.push_back(float(y) / float(n));
-    }
-  for (int y = 0; y < n; ++y)
-    for (int x = 0; x < n; ++x) {
-      const auto a = std::uint32_t(y * side + x), s = std::uint32_t(side);
-      st_lwPolygon p;
-      p.tag = 0;
-      p.firstVertex = std::uint32_t(layer.polygonVertices.size());
-      p.vertexCount = 4;
-      layer.polygonVertices.insert(layer.polygonVertices.end(), {a, a + s, a + s + 1, a + 1});
-      layer.polygons.push_back(p);
-    }
+  const st_lwObject object = test::LwoGrid(n, true);
   CLwoWriter writer;
   WriteLightwaveObject(object, writer);
   C3DIo io("grid.lwo", FILE_PARSER_SILENT);

@@ -302,8 +302,7 @@ C3DScene* CLightwaveIo::Read(const std::string& name, unsigned flags) {
   codec::CFileInput input;
   if (int result = input.Open(name); result != IO_FILE_OK) {
     // The Lightwave reader answers a file it cannot read as a bad file.
-    SetIoError(IO_FILE_BAD_FORMAT,
-               result == IO_FILE_CANT_OPEN ? "cannot open the file" : "cannot read the file");
+    SetIoError(IO_FILE_BAD_FORMAT, codec::CFileInput::FailureText(result));
     return nullptr;
   }
   const bool loaded = LoadObject(input.GetData(), input.GetSize());

@@ -244,7 +244,7 @@ C3DScene* CLightwaveSceneIo::Read(const std::string& name, unsigned flags) {
     if (result == IO_FILE_CANT_OPEN)
       SetIoError(IO_FILE_CANT_OPEN);
     else
-      SetIoError(IO_FILE_BAD_FORMAT, "cannot read the file");
+      SetIoError(IO_FILE_BAD_FORMAT, codec::CFileInput::FailureText(result));
     return nullptr;
   }
   m_directory = fs::path(name).parent_path().string();

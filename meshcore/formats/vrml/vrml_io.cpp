@@ -185,7 +185,7 @@ C3DScene* CVrmlIo::Read(const std::string& name, unsigned flags) {
   if (const int opened = input.Open(name); opened != IO_FILE_OK) {
     // A file that cannot be opened leaves the error code as it was.
     if (opened != IO_FILE_CANT_OPEN)
-      SetIoError(IO_FILE_BAD_FORMAT, "cannot read the file");
+      SetIoError(IO_FILE_BAD_FORMAT, codec::CFileInput::FailureText(opened));
     return nullptr;
   }
   std::string dir = std::filesystem::path(name).parent_path().string();

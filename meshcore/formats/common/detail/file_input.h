@@ -2,6 +2,8 @@
 // A whole input file in memory: mapped read-only where the system offers it,
 // else read in one go. Sizes past 32 bits are handled.
 
+#include "meshcore/io/file_io.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -18,6 +20,11 @@ public:
 
   // The library's I/O code: 1 (ok), -1 (cannot open), -4 (no memory), -3 (a read failed).
   int Open(const std::string& path);
+  // The failure detail of an Open result: "cannot open the file" or "cannot read the file".
+  static const char* FailureText(int result) {
+    return result == IO_FILE_CANT_OPEN ? "cannot open the file" : "cannot read the file";
+  }
+
   // Gives the bytes back early (keeps the peak down once they are decoded).
   void Close();
 
