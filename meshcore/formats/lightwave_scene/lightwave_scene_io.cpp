@@ -100,19 +100,8 @@ std::string_view AfterItemId(std::string_view text) {
   return TrimBlanks(text.substr(9));
 }
 
-// The leading number of a token, as the C library's scanners read one: what
-// follows the number is ignored, and nothing numeric at the start fails.
 template <class T> bool LeadingNumber(std::string_view token, T& value, int base = 10) {
-  const char* b = token.data();
-  const char* e = b + token.size();
-  if (e - b > 1 && *b == '+' && b[1] != '-' && b[1] != '+')
-    ++b;
-  std::from_chars_result result;
-  if constexpr (std::is_floating_point_v<T>)
-    result = std::from_chars(b, e, value);
-  else
-    result = std::from_chars(b, e, value, base);
-  return result.ec == std::errc() && result.ptr != b;
+  return codec::CTextCursor::ParseLeading(token, value, base);
 }
 
 C4x4Matrix Rotation(float angle, float x, float y, float z) {

@@ -5,10 +5,12 @@
 
 #include "meshcore/formats/common/detail/format_error.h"
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace meshcore::codec {
 
@@ -37,6 +39,21 @@ public:
   static bool ParseFloat(std::string_view token, float& value);
   static bool ParseDouble(std::string_view token, double& value);
   static bool ParseInt(std::string_view token, long long& value);
+  // The leading number of a token, as the C library's scanners read one: what
+  // follows it is ignored, nothing numeric at the start fails. Inline: text
+  // readers call it for every number of a file.
+  template <class T> static bool ParseLeading(std::string_view token, T& value, int base = 10) {
+    const char* b = token.data();
+    const char* e = b + token.size();
+    if (e - b > 1 && *b == '+' && b[1] != '-' && b[1] != '+') // from_chars takes no plus
+      ++b;
+    std::from_chars_result result;
+    if constexpr (std::is_floating_point_v<T>)
+      result = std::from_chars(b, e, value);
+    else
+      result = std::from_chars(b, e, value, base);
+    return result.ec == std::errc() && result.ptr != b;
+  }
 
 private:
   const char* m_data;

@@ -15,12 +15,7 @@ namespace meshcore::obj {
 namespace {
 
 template <class T> bool ParseLeading(std::string_view token, T& value) {
-  const char* b = token.data();
-  const char* e = b + token.size();
-  if (b != e && *b == '+') // from_chars takes no leading plus
-    ++b;
-  auto [ptr, ec] = std::from_chars(b, e, value);
-  return ec == std::errc() && ptr != b && std::isfinite(value);
+  return codec::CTextCursor::ParseLeading(token, value) && std::isfinite(value);
 }
 
 void AppendUtf8(std::string& out, std::uint32_t cp) {
