@@ -560,12 +560,7 @@ int CDxfIo::Save(const std::string& name, C3DScene* scene, unsigned flags) {
   std::string out;
   if (!SaveToMemory(scene, flags, out))
     return 0;
-  if (int result = codec::WriteWholeFile(name, out.data(), out.size(), IsSilentMode());
-      result != IO_FILE_OK) {
-    SetIoError(result);
-    return 0;
-  }
-  return 1;
+  return codec::SaveWholeFile(*this, name, out.data(), out.size());
 }
 
 } // namespace meshcore

@@ -213,12 +213,7 @@ int CMayaIo::Save(const std::string& name, C3DScene* scene, unsigned flags) {
   std::string text;
   if (!SaveToText(name, scene, flags, text))
     return 0;
-  const int result = codec::WriteWholeFile(name, text.data(), text.size(), IsSilentMode());
-  if (result != IO_FILE_OK) {
-    SetIoError(result);
-    return 0;
-  }
-  return 1;
+  return codec::SaveWholeFile(*this, name, text.data(), text.size());
 }
 
 int CMayaIo::SaveToText(const std::string& name, C3DScene* scene, unsigned flags,
@@ -487,12 +482,7 @@ int CMayaIo::AppendMaterials(const std::string& name, C3DScene* scene) {
   }
   SaveMaterials(text, scene);
   ConnectMaterials(text, scene);
-  const int result = codec::WriteWholeFile(name, text.data(), text.size(), IsSilentMode());
-  if (result != IO_FILE_OK) {
-    SetIoError(result);
-    return 0;
-  }
-  return 1;
+  return codec::SaveWholeFile(*this, name, text.data(), text.size());
 }
 
 } // namespace meshcore

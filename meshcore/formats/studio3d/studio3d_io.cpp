@@ -627,12 +627,7 @@ int C3DStudioIo::Save(const std::string& name, C3DScene* scene, unsigned flags) 
   std::vector<std::uint8_t> bytes;
   if (!SaveToMemory(scene, flags, bytes))
     return 0;
-  const int result = codec::WriteWholeFile(name, bytes.data(), bytes.size(), IsSilentMode());
-  if (result != IO_FILE_OK) {
-    SetIoError(result);
-    return 0;
-  }
-  return 1;
+  return codec::SaveWholeFile(*this, name, bytes.data(), bytes.size());
 }
 
 int C3DStudioIo::SaveToMemory(C3DScene* scene, unsigned flags, std::vector<std::uint8_t>& out) {

@@ -599,12 +599,7 @@ int CTruespaceIo::Save(const std::string& name, C3DScene* scene, unsigned flags)
   std::string text;
   if (!SaveToMemory(scene, flags, text))
     return 0;
-  const int result = codec::WriteWholeFile(name, text.data(), text.size(), IsSilentMode());
-  if (result != IO_FILE_OK) {
-    SetIoError(result);
-    return 0;
-  }
-  return 1;
+  return codec::SaveWholeFile(*this, name, text.data(), text.size());
 }
 
 } // namespace meshcore

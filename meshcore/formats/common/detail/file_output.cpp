@@ -1,6 +1,7 @@
 #include "meshcore/formats/common/detail/file_output.h"
 
 #include "meshcore/io/file_io.h"
+#include "meshcore/io/file_parser.h"
 #include "meshcore/platform/byte_stream.h"
 #include "meshcore/platform/cancel.h"
 #include "meshcore/platform/exceptions.h"
@@ -67,6 +68,16 @@ int WriteWholeFile(const std::string& path, const std::vector<FilePiece>& pieces
     return CodeOfCause(e.m_cause);
   }
   return IO_FILE_OK;
+}
+
+int SaveWholeFile(const CFileParser& codec, const std::string& path, const void* data,
+                  std::size_t size) {
+  const int result = WriteWholeFile(path, data, size, codec.IsSilentMode());
+  if (result != IO_FILE_OK) {
+    codec.SetIoError(result);
+    return 0;
+  }
+  return 1;
 }
 
 } // namespace meshcore::codec

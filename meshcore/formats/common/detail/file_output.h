@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+namespace meshcore {
+class CFileParser;
+}
+
 namespace meshcore::codec {
 
 // The library's I/O code: 1 (ok), -1 (cannot open), -5 (disk full), -6 (access denied),
@@ -21,5 +25,10 @@ struct FilePiece {
   std::size_t size;
 };
 int WriteWholeFile(const std::string& path, const std::vector<FilePiece>& pieces, bool silent);
+
+// The usual end of a codec's Save: the whole file written as above, 1 on
+// success, else 0 with the codec's error set to the failure.
+int SaveWholeFile(const CFileParser& codec, const std::string& path, const void* data,
+                  std::size_t size);
 
 } // namespace meshcore::codec
