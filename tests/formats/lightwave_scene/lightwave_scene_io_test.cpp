@@ -307,15 +307,3 @@ TEST_F(LightwaveScene, TruncatedSamples) {
     }
   }
 }
-
-// Saving makes an empty file and answers 0: scene files are not written.
-TEST_F(LightwaveScene, SaveWritesNothing) {
-  ReadResult r = ReadFile(kSamples + "move_x.lws");
-  ASSERT_TRUE(r.scene);
-  const fs::path out = m_dir / "out.lws";
-  C3DIo io(out.string(), FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS);
-  CLightwaveSceneIo codec(io);
-  EXPECT_EQ(codec.Save(out.string(), r.scene.get(), 0), 0);
-  ASSERT_TRUE(fs::exists(out));
-  EXPECT_EQ(fs::file_size(out), 0u);
-}
