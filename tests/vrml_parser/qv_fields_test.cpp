@@ -13,25 +13,17 @@ using namespace meshcore::test;
 
 TEST(QvMField, BracketsCommasAndSingleValues) {
   using V = std::array<float, 3>;
-  {
+  const std::pair<const char*, std::vector<V>> cases[] = {
+      {"1 2 3", {{1, 2, 3}}},
+      {"[ ]", {}},
+      {"[1 2 3,4 5 6\n, 7 8 9]", {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}},
+  };
+  for (const auto& [text, want] : cases) {
     QvMFVec3f f;
-    FieldRead r(f, "1 2 3");
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(std::vector<V>({{1, 2, 3}}), f.values);
-  }
-  {
-    QvMFVec3f f;
-    f.values = {{9, 9, 9}}; // a default value is replaced by the empty list
-    FieldRead r(f, "[ ]");
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(0, f.GetNum());
-    EXPECT_FALSE(f.IsDefault());
-  }
-  {
-    QvMFVec3f f;
-    FieldRead r(f, "[1 2 3,4 5 6\n, 7 8 9]");
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(std::vector<V>({{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}), f.values);
+    f.values = {{9, 9, 9}}; // a default value is replaced, even by the empty list
+    EXPECT_TRUE(FieldRead(f, text).ok) << text;
+    EXPECT_EQ(want, f.values) << text;
+    EXPECT_FALSE(f.IsDefault()) << text;
   }
   {
     // A second read cuts the field down to what it read.

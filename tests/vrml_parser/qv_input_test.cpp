@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 
 using namespace meshcore;
@@ -66,24 +65,6 @@ TEST(QvTextSource, UnterminatedCommentPostsItsOwnMessage) {
   EXPECT_NE(std::string::npos, q.errors().find("EOF reached before end of comment"));
 }
 
-TEST(QvTextSource, PutBackRedeliversAndUncountsNewlines) {
-  Input input(std::string(kVrmlHeader) + "a\nb");
-  QvTextSource& in = input.in;
-  char c;
-  ASSERT_TRUE(in.Get(c));
-  EXPECT_EQ('a', c);
-  ASSERT_TRUE(in.Get(c));
-  EXPECT_EQ('\n', c);
-  EXPECT_EQ(3, in.GetLineNum());
-  in.PutBack(c);
-  EXPECT_EQ(2, in.GetLineNum());
-  ASSERT_TRUE(in.Get(c));
-  EXPECT_EQ('\n', c);
-  ASSERT_TRUE(in.Get(c));
-  EXPECT_EQ('b', c);
-  EXPECT_FALSE(in.Get(c));
-}
-
 TEST(QvTextSource, ErrorFormatsAndSinks) {
   Input input(kVrmlHeader);
   input.in.PostInternalError("QvNode::removeName", "Name \"%s\" (node %x) is not in dictionary",
@@ -96,21 +77,4 @@ TEST(QvTextSource, ErrorFormatsAndSinks) {
   Input files("");
   EXPECT_FALSE(files.in.SetFile(missing));
   EXPECT_EQ(ReadError("could not open file", 1), files.errors);
-}
-
-TEST(QvTextSource, ReadsFromAFile) {
-  const auto path = std::filesystem::temp_directory_path() / "meshcore_qv_input_test.wrl";
-  {
-    std::FILE* fp = std::fopen(path.string().c_str(), "wb");
-    ASSERT_TRUE(fp);
-    std::fputs("#Inventor V2.1 ascii\n\nSeparator { Sphere { radius 2 } }\n", fp);
-    std::fclose(fp);
-  }
-  QvTextSource in;
-  ASSERT_TRUE(in.SetFile(path.string()));
-  auto graph = QvGraph::Read(in);
-  std::filesystem::remove(path);
-  ASSERT_TRUE(graph);
-  auto* sphere = static_cast<QvSphere*>(static_cast<QvGroup*>(graph->GetRoot())->children[0]);
-  EXPECT_EQ(2.0f, sphere->radius.value);
 }
