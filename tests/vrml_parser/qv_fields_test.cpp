@@ -118,12 +118,8 @@ TEST(QvFieldNumbers, IntegersFollowCRulesAndFloatsIgnoreTheLocale) {
   QvMFFloat f;
   ASSERT_TRUE(FieldRead(f, "[ 1e3, .5, -2., +1.25, 7, 1e-60, -1e60 ]").ok);
   ASSERT_EQ(7, f.GetNum());
-  EXPECT_EQ(1000.0f, f.values[0]);
-  EXPECT_EQ(0.5f, f.values[1]);
-  EXPECT_EQ(-2.0f, f.values[2]);
-  EXPECT_EQ(1.25f, f.values[3]);
-  EXPECT_EQ(7.0f, f.values[4]);
-  EXPECT_EQ(0.0f, f.values[5]);
+  EXPECT_EQ(std::vector<float>({1000, 0.5f, -2, 1.25f, 7, 0}),
+            std::vector<float>(f.values.begin(), f.values.begin() + 6));
   EXPECT_TRUE(std::isinf(f.values[6]) && f.values[6] < 0);
   // A decimal comma is a value separator, never part of a number.
   ASSERT_TRUE(FieldRead(f, "[1,5]").ok);
