@@ -81,9 +81,6 @@ TEST(CustomData, BlockLayoutIsPackedWithoutAlignment) {
   EXPECT_EQ(U64(b + 8), 1u); // first links on
   EXPECT_EQ(U32(b + 27), Code("BBBB"));
   EXPECT_EQ(U64(b + 27 + 8), 0u); // last ends the chain
-  double d = 0;
-  EXPECT_EQ(cd.GetDouble(Code("BBBB"), d), 1);
-  EXPECT_EQ(d, 1.5);
 
   const std::vector<std::uint8_t> bytes = Store(cd);
   ASSERT_EQ(bytes.size(), 8u + size);
@@ -106,9 +103,6 @@ TEST(CustomData, TypedValuesAreCheckedOnlyBySize) {
   int missing = 0;
   EXPECT_EQ(cd.GetInt(Code("NONE"), missing, 42), 0);
   EXPECT_EQ(missing, 42);
-
-  cd.SetBool(Code("BOOL"), true);
-  EXPECT_EQ(cd.GetDataSize(Code("BOOL")), 4u);
 
   std::string s = "x";
   cd.SetString(Code("STR "), "");

@@ -176,15 +176,12 @@ TEST(ObjectTriangulate, ReplacesFacesKeepsChannelsAndNeverLosesArea) {
   EXPECT_EQ(stats.fans, 1);
   const C3DFaceList& fl = *obj->GetFaceList();
   ASSERT_EQ(fl.GetSize(), 1 + 3 + 2 + 3);
-  unsigned materialCount[5] = {0, 0, 0, 0, 0};
+  std::vector<unsigned> materialCount(5, 0);
   for (int f = 0; f < fl.GetSize(); ++f) {
     EXPECT_EQ(fl[f].GetSize(), 3);
     ++materialCount[fl[f].GetMaterialID()];
   }
-  EXPECT_EQ(materialCount[1], 2u);
-  EXPECT_EQ(materialCount[2], 3u);
-  EXPECT_EQ(materialCount[3], 1u);
-  EXPECT_EQ(materialCount[4], 3u);
+  EXPECT_EQ(materialCount, (std::vector<unsigned>{0, 2, 3, 1, 3}));
   // The texture faces stayed parallel corner by corner. The texture points
   // that no face used were compacted away, so texture and mesh indices now agree.
   CChannel* uv = obj->GetChannels()->GetChannel(0);

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 
 using namespace meshcore;
@@ -19,10 +18,6 @@ TEST(QvTextSource, HeaderTableAcceptsVrmlAndBothInventorVersionsAsOnePointZero) 
     EXPECT_TRUE(p.input.in.IsOk());
     EXPECT_EQ(std::string(header).find("Inventor") != std::string::npos, p.input.in.IsInventor());
   }
-  float version = 0;
-  EXPECT_TRUE(QvTextSource::LookupHeader("#Inventor V2.0 ascii", version));
-  EXPECT_EQ(1.0f, version);
-  EXPECT_FALSE(QvTextSource::LookupHeader("#Inventor V2.1 binary", version));
 }
 
 TEST(QvTextSource, RefusedHeadersPostOnceAndReadNothing) {
@@ -70,24 +65,6 @@ TEST(QvTextSource, UnterminatedCommentPostsItsOwnMessage) {
   EXPECT_NE(std::string::npos, q.errors().find("EOF reached before end of comment"));
 }
 
-TEST(QvTextSource, PutBackRedeliversAndUncountsNewlines) {
-  Input input(std::string(kVrmlHeader) + "a\nb");
-  QvTextSource& in = input.in;
-  char c;
-  ASSERT_TRUE(in.Get(c));
-  EXPECT_EQ('a', c);
-  ASSERT_TRUE(in.Get(c));
-  EXPECT_EQ('\n', c);
-  EXPECT_EQ(3, in.GetLineNum());
-  in.PutBack(c);
-  EXPECT_EQ(2, in.GetLineNum());
-  ASSERT_TRUE(in.Get(c));
-  EXPECT_EQ('\n', c);
-  ASSERT_TRUE(in.Get(c));
-  EXPECT_EQ('b', c);
-  EXPECT_FALSE(in.Get(c));
-}
-
 TEST(QvTextSource, ErrorFormatsAndSinks) {
   Input input(kVrmlHeader);
   input.in.PostInternalError("QvNode::removeName", "Name \"%s\" (node %x) is not in dictionary",
@@ -95,32 +72,9 @@ TEST(QvTextSource, ErrorFormatsAndSinks) {
   EXPECT_EQ("VRML error in QvNode::removeName(): Name \"door\" (node 2a) is not in dictionary\n",
             input.errors);
 
-  // Without a sink of its own the input writes to standard error.
-  QvTextSource plain;
-  testing::internal::CaptureStderr();
-  plain.PostError("Unknown class \"%s\"", "X");
-  EXPECT_EQ(ReadError("Unknown class \"X\"", 1), testing::internal::GetCapturedStderr());
-
   const std::string missing =
       (std::filesystem::temp_directory_path() / "meshcore_no_such_dir" / "none.wrl").string();
   Input files("");
   EXPECT_FALSE(files.in.SetFile(missing));
   EXPECT_EQ(ReadError("could not open file", 1), files.errors);
-}
-
-TEST(QvTextSource, ReadsFromAFile) {
-  const auto path = std::filesystem::temp_directory_path() / "meshcore_qv_input_test.wrl";
-  {
-    std::FILE* fp = std::fopen(path.string().c_str(), "wb");
-    ASSERT_TRUE(fp);
-    std::fputs("#Inventor V2.1 ascii\n\nSeparator { Sphere { radius 2 } }\n", fp);
-    std::fclose(fp);
-  }
-  QvTextSource in;
-  ASSERT_TRUE(in.SetFile(path.string()));
-  auto graph = QvGraph::Read(in);
-  std::filesystem::remove(path);
-  ASSERT_TRUE(graph);
-  auto* sphere = static_cast<QvSphere*>(static_cast<QvGroup*>(graph->GetRoot())->children[0]);
-  EXPECT_EQ(2.0f, sphere->radius.value);
 }
