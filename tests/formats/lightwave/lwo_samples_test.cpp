@@ -8,22 +8,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
-
 using namespace meshcore;
 using namespace meshcore::lwtest;
 
 namespace {
-
-std::vector<std::string> SampleFiles() {
-  std::vector<std::string> files;
-  for (const auto& e : std::filesystem::directory_iterator(MESHCORE_SAMPLES_DIR "/lightwave"))
-    if (e.path().extension() == ".lwo")
-      files.push_back(e.path().string());
-  std::sort(files.begin(), files.end());
-  return files;
-}
 
 std::size_t TotalPolygons(const st_lwObject& obj) {
   std::size_t n = 0;
@@ -66,14 +54,6 @@ TEST(LwoSamples, KnownContents) {
     auto bytes = ReadFileBytes(std::string(MESHCORE_SAMPLES_DIR "/lightwave/") + name);
     return LoadLightwaveObject(bytes.data(), bytes.size());
   };
-  auto hierarchy = load("hierarchy.lwo");
-  ASSERT_TRUE(hierarchy);
-  ASSERT_EQ(hierarchy->layers.size(), 4u);
-  EXPECT_EQ(hierarchy->layers[0].name, "ChildOfRoot0");
-  EXPECT_EQ(hierarchy->layers[0].parent, 4u);
-  EXPECT_FALSE(hierarchy->layers[1].hasParent);
-  EXPECT_EQ(hierarchy->layers[1].GetPointCount(), 266u);
-
   auto sub = load("Subdivision.lwo");
   ASSERT_TRUE(sub);
   EXPECT_EQ(sub->layers[0].polygons[0].type, lwid::PTCH);
