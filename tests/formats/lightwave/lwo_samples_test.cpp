@@ -2,7 +2,6 @@
 // truncated at every length and with bytes flipped.
 
 #include "meshcore/formats/lightwave/detail/lwo_reader.h"
-#include "meshcore/formats/lightwave/detail/lwo_writer.h"
 
 #include "lwo_test_bytes.h"
 
@@ -22,7 +21,8 @@ std::size_t TotalPolygons(const st_lwObject& obj) {
 
 } // namespace
 
-TEST(LwoSamples, EveryFileLoadsAndSurvivesRewriting) {
+// Rewriting the samples is covered end to end by LightwaveIo.
+TEST(LwoSamples, EveryFileLoads) {
   auto files = SampleFiles();
   ASSERT_GE(files.size(), 15u);
   for (const auto& file : files) {
@@ -31,21 +31,6 @@ TEST(LwoSamples, EveryFileLoadsAndSurvivesRewriting) {
     auto obj = LoadLightwaveObject(bytes.data(), bytes.size());
     ASSERT_TRUE(obj);
     EXPECT_GT(TotalPolygons(*obj), 0u);
-    // Our writer's bytes read back with the same geometry.
-    CLwoWriter w;
-    ASSERT_EQ(WriteLightwaveObject(*obj, w), LwWriteResult::Ok);
-    auto back = LoadLightwaveObject(w.GetBuffer().data(), w.GetBuffer().size());
-    ASSERT_TRUE(back);
-    ASSERT_EQ(back->layers.size(), obj->layers.size());
-    for (std::size_t i = 0; i < obj->layers.size(); ++i) {
-      const auto &a = obj->layers[i], &b = back->layers[i];
-      EXPECT_EQ(a.points.size(), b.points.size());
-      EXPECT_EQ(a.polygonVertices, b.polygonVertices);
-      ASSERT_EQ(a.polygons.size(), b.polygons.size());
-      for (std::size_t p = 0; p < a.polygons.size(); ++p)
-        ASSERT_EQ(obj->surfaces[a.polygons[p].surface].name,
-                  back->surfaces[b.polygons[p].surface].name);
-    }
   }
 }
 

@@ -222,7 +222,6 @@ TEST_F(VrmlIo, ReadsFacesBindingsAndTextures) {
       out.push_back(scene->GetMaterial(faces[f].GetMaterialID()));
     return out;
   };
-  auto diffuse = [](C3DMaterial* m) { return m ? int(m->GetDiffuseColor().g) : -1; };
   // No final -1 still closes the last face; OVERALL takes the first material.
   auto overall = faceMaterials("overall");
   ASSERT_EQ(overall.size(), 2u);
@@ -233,7 +232,7 @@ TEST_F(VrmlIo, ReadsFacesBindingsAndTextures) {
   auto perFace = faceMaterials("perFace");
   ASSERT_EQ(perFace.size(), 4u);
   EXPECT_EQ(perFace[0], overall[0]); // equal materials are shared
-  EXPECT_EQ(diffuse(perFace[1]), 255);
+  EXPECT_EQ(perFace[1]->GetDiffuseColor().g, 255);
   EXPECT_EQ(perFace[2]->GetDiffuseColor().b, 255);
   EXPECT_EQ(perFace[3]->GetMaterialID(), 0u);
   // PER_FACE_INDEXED: out-of-range entries give the default; a face naming
