@@ -8,6 +8,7 @@
 #include "meshcore/formats/common/detail/unique_names.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/platform/cancel.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 
@@ -180,9 +181,7 @@ TEST(SceneHelpers, CornerValuesAndUniqueNames) {
 
 TEST(FileInputOutput, WholeFilesAndFailures) {
   namespace fs = std::filesystem;
-  const fs::path dir = fs::temp_directory_path() / "meshcore_codec_common";
-  fs::remove_all(dir);
-  fs::create_directories(dir);
+  const fs::path dir = test::ScratchDir("codec_common");
   const std::string path = (dir / "bytes.bin").string();
   const ByteVec data = {1, 2, 3, 4, 5};
   ASSERT_EQ(WriteWholeFile(path, data.data(), data.size(), true), IO_FILE_OK);

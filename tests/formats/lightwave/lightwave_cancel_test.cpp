@@ -8,13 +8,13 @@
 #include "meshcore/io/io_3d.h"
 #include "meshcore/platform/thread_id.h"
 #include "meshcore/scene/scene.h"
+#include "tests/support/byte_builder.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <thread>
 
@@ -79,9 +79,7 @@ protected:
     // Tests run as separate processes at the same time: one folder each.
     dir_ = std::filesystem::temp_directory_path() / ("mc_lw_cancel_" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir_);
-    auto bytes = GridFile(kSide);
-    std::ofstream out(dir_ / "grid.lwo", std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    test::WriteFileBytes((dir_ / "grid.lwo").string(), GridFile(kSide));
   }
   static void TearDownTestSuite() { std::filesystem::remove_all(dir_); }
 
@@ -136,7 +134,7 @@ TEST_F(LightwaveCancel, ReadStopsQuicklyAtAnyPoint) {
     });
     EXPECT_LT(latency, kMaxLatency) << "cancelled at " << k << "/10";
     if (!scene) {
-      // While the chunks are read the Part's code is a bad file; after, a cancel.
+      // While the chunks are read a cancel reads as a bad file; after, as a cancel.
       EXPECT_TRUE(error == IO_FILE_BAD_FORMAT || error == IO_FILE_CANCELLED) << error;
       ++stopped;
     }

@@ -3,7 +3,11 @@
 
 #include "tests/support/byte_builder.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <initializer_list>
+#include <string>
+#include <vector>
 
 namespace meshcore::lwtest {
 
@@ -23,6 +27,16 @@ inline Bytes Points(std::initializer_list<float> xyz) {
   for (float f : xyz)
     b.f4(f);
   return b;
+}
+
+// The sample .lwo files, in a fixed order.
+inline std::vector<std::string> SampleFiles() {
+  std::vector<std::string> files;
+  for (const auto& e : std::filesystem::directory_iterator(MESHCORE_SAMPLES_DIR "/lightwave"))
+    if (e.path().extension() == ".lwo")
+      files.push_back(e.path().string());
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
 } // namespace meshcore::lwtest

@@ -18,22 +18,17 @@
 #include "meshcore/scene/object_3d.h"
 #include "meshcore/scene/scene.h"
 #include "meshcore/scene/scene_node.h"
-#include "tests/support/test_env.h"
+#include "vrml_test_util.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <filesystem>
-#include <fstream>
-#include <map>
+#include <algorithm>
 #include <memory>
 
 using namespace meshcore;
-namespace fs = std::filesystem;
+using namespace meshcore::vrmltest;
 
 namespace {
-
-constexpr unsigned kSilent = FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS;
 
 class VrmlIo : public ::testing::Test {
 protected:
@@ -61,23 +56,6 @@ protected:
     return out;
   }
 };
-
-std::vector<C3DSceneNode*> Nodes(const C3DScene& scene) {
-  std::vector<C3DSceneNode*> nodes;
-  const C3DBaseObject* object = nullptr;
-  C3DSceneNode* cursor = scene.GetFirstNode(nullptr);
-  while (cursor)
-    if (C3DSceneNode* n = scene.GetNextNode(object, cursor, nullptr))
-      nodes.push_back(n);
-  return nodes;
-}
-
-C3DSceneNode* Named(const C3DScene& scene, const std::string& name) {
-  for (C3DSceneNode* n : Nodes(scene))
-    if (n->GetName() == name)
-      return n;
-  return nullptr;
-}
 
 // A mesh of quads in a row; face i gets materials[i].
 C3DObject* Strip(int quads, const std::vector<unsigned>& materials) {
@@ -244,7 +222,6 @@ TEST_F(VrmlIo, ReadsFacesBindingsAndTextures) {
       out.push_back(scene->GetMaterial(faces[f].GetMaterialID()));
     return out;
   };
-  auto diffuse = [](C3DMaterial* m) { return m ? int(m->GetDiffuseColor().g) : -1; };
   // No final -1 still closes the last face; OVERALL takes the first material.
   auto overall = faceMaterials("overall");
   ASSERT_EQ(overall.size(), 2u);
@@ -255,7 +232,7 @@ TEST_F(VrmlIo, ReadsFacesBindingsAndTextures) {
   auto perFace = faceMaterials("perFace");
   ASSERT_EQ(perFace.size(), 4u);
   EXPECT_EQ(perFace[0], overall[0]); // equal materials are shared
-  EXPECT_EQ(diffuse(perFace[1]), 255);
+  EXPECT_EQ(perFace[1]->GetDiffuseColor().g, 255);
   EXPECT_EQ(perFace[2]->GetDiffuseColor().b, 255);
   EXPECT_EQ(perFace[3]->GetMaterialID(), 0u);
   // PER_FACE_INDEXED: out-of-range entries give the default; a face naming
@@ -283,7 +260,6 @@ TEST_F(VrmlIo, ReadsFacesBindingsAndTextures) {
   EXPECT_EQ(file, "grid.png");
   EXPECT_EQ(tm->GetDiffuseMaps()->GetChannelID(), uvw->GetID());
   EXPECT_FLOAT_EQ(textured->GetMatrix(NODE_MATRIX_TRANSFORM).m[0][3], 5.0f);
-  EXPECT_FLOAT_EQ(Named(*scene, "overall")->GetMatrix(NODE_MATRIX_TRANSFORM).m[0][3], 0.0f);
 
   // y up becomes z up, x mirrored.
   const C4x4Matrix& root = scene->GetRoot()->GetMatrix(NODE_MATRIX_TRANSFORM);
@@ -306,12 +282,10 @@ TEST_F(VrmlIo, RoundTripKeepsGeometryMaterialsAndTextures) {
   textured->SetName("textured");
   scene.AddNode(nullptr, textured);
   auto* curve = new C3DCurve;
-  auto* cpts = new C3DPointList;
-  cpts->SetSize(3);
-  (*cpts)[0] = C3DPoint(0, 0, 0);
-  (*cpts)[1] = C3DPoint(1, 2, 3);
-  (*cpts)[2] = C3DPoint(-1, 0.5f, 2);
-  curve->SetPointList(cpts);
+  curve->SetPointList(new C3DPointList);
+  curve->GetPointList()->SetSize(3);
+  (*curve->GetPointList())[1] = C3DPoint(1, 2, 3);
+  (*curve->GetPointList())[2] = C3DPoint(-1, 0.5f, 2);
   curve->SetMaterialID(green);
   auto* curveNode = new C3DSceneNode(curve, 1);
   curveNode->SetName("path");

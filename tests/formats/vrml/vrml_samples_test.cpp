@@ -13,6 +13,7 @@
 #include "meshcore/scene/scene.h"
 #include "meshcore/scene/scene_node.h"
 #include "tests/support/test_env.h"
+#include "vrml_test_util.h"
 
 #include <gtest/gtest.h>
 
@@ -24,11 +25,10 @@
 #include <thread>
 
 using namespace meshcore;
+using namespace meshcore::vrmltest;
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr unsigned kSilent = FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS;
 
 std::vector<fs::path> Samples() {
   std::vector<fs::path> files;
@@ -54,16 +54,6 @@ std::unique_ptr<C3DScene> ReadText(const std::string& text, int* error = nullptr
   if (error)
     *error = io.GetIoError();
   return scene;
-}
-
-std::vector<C3DSceneNode*> Nodes(const C3DScene& scene) {
-  std::vector<C3DSceneNode*> nodes;
-  const C3DBaseObject* object = nullptr;
-  C3DSceneNode* cursor = scene.GetFirstNode(nullptr);
-  while (cursor)
-    if (C3DSceneNode* n = scene.GetNextNode(object, cursor, nullptr))
-      nodes.push_back(n);
-  return nodes;
 }
 
 int FacesOf(const C3DScene& scene, const std::string& name) {
