@@ -1,7 +1,5 @@
-#include "meshcore/geometry/gamma.h"
 #include "meshcore/geometry/hsl.h"
 #include "meshcore/geometry/rgb_color.h"
-#include "meshcore/platform/string_table.h"
 
 #include <gtest/gtest.h>
 
@@ -16,9 +14,6 @@ TEST(Color, ConstructionTruncatesAndWraps) {
   c.a = 9;
   EXPECT_EQ(0x332211UL, static_cast<unsigned long>(c)); // alpha not included
 
-  const std::uint8_t bytes[4] = {1, 2, 3, 4};
-  EXPECT_EQ(255, CRGBColor(bytes, 3).a);
-  EXPECT_EQ(4, CRGBColor(bytes, 4).a);
   CRGBColor d(1, 2, 3, 77);
   const double v[3] = {0.5, 0.25, 1.0};
   d.SetColor3(v, 100.0);
@@ -62,22 +57,4 @@ TEST(Color, HslRoundTripsAndBrightness) {
   EXPECT_EQ(0, teal.r);
   EXPECT_GT(teal.g, teal.b);
   EXPECT_LT(teal.g, 200);
-}
-
-TEST(Color, GammaTables) {
-  CGamma g(2.2f);
-  CRGBColor mid(128, 0, 255, 7);
-  EXPECT_EQ(CRGBColor(55, 0, 255, 255), g.GetGammaColor(mid));
-  EXPECT_EQ(186, g.GetDegammaColor(mid).r);
-}
-
-TEST(Color, StringInBothLanguages) {
-  std::string s;
-  SetLanguage("en");
-  CRGBColor(1, 22, 255).GetString(s);
-  EXPECT_EQ("R :  1  G : 22  B : 255", s);
-  SetLanguage("fr");
-  CRGBColor(1, 22, 255).GetString(s);
-  EXPECT_EQ("R :  1\tV : 22\tB : 255", s);
-  SetLanguage("en");
 }

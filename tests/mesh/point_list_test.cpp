@@ -98,20 +98,12 @@ TEST(PointList, FlagsBoxAndTransform) {
   points.GetBoundingBox(min, max, PT_SELECTED, 1);
   EXPECT_EQ(min, C3DPoint(-1, 5, 0));
   EXPECT_TRUE(min.IsFlagSet(PT_SELECTED)); // the first point is assigned whole
-  points.GetBoundingBox(min, max, PT_SELECTED, 0);
-  EXPECT_EQ(max, C3DPoint(4, 0, 3));
   points.GetBoundingBox(min, max, PT_HIDDEN, 1);
   EXPECT_EQ(min, C3DPoint(0, 0, 0));
   EXPECT_EQ(max, C3DPoint(0, 0, 0));
   EXPECT_EQ(points.GetCenterOfBoudingBox(), C3DPoint(1.5f, 1.5f, -1.5f));
 
-  EXPECT_EQ(points.GetNumberOfPoints(PT_SELECTED, 1), 1);
-  EXPECT_EQ(points.GetNumberOfPoints(PT_SELECTED, 0), 2);
-  EXPECT_EQ(points.GetNumberOfPoints(PT_SELECTED, 2), 0);
   points.SetFlag(PT_HIDDEN, 1);
-  EXPECT_EQ(points.GetNumberOfPoints(PT_HIDDEN, 1), 3);
-
-  points[2].GetCustomData(1)->SetInt(1, 42);
   points.MatrixTransform(C4x4Matrix(1)); // identity: flags stay
   EXPECT_TRUE(points[0].IsFlagSet(PT_HIDDEN));
   C4x4Matrix m(1);
@@ -119,10 +111,8 @@ TEST(PointList, FlagsBoxAndTransform) {
   points.MatrixTransform(m);
   EXPECT_EQ(points[0], C3DPoint(11, -2, 3));
   EXPECT_EQ(points[0].GetFlags(), 0u);
-  int v = 0;
-  ASSERT_NE(points[2].GetCustomData(0), nullptr);
-  EXPECT_EQ(points[2].GetCustomData(0)->GetInt(1, v), 1);
 
+  int v = 0;
   points.SavePointsIndex();
   EXPECT_EQ(points[1].GetCustomData(0)->GetInt(kPointIndexKey, v), 1);
   EXPECT_EQ(v, 1);
@@ -172,8 +162,6 @@ TEST(PointList, MaterialGraph) {
   EXPECT_EQ(points.GetNumberOfMaterialsConnectedToPoint(1), 2); // between faces 0 and 1
   EXPECT_EQ(points.GetNumberOfMaterialsConnectedToPoint(5), 2);
   EXPECT_EQ(points.GetNumberOfMaterialsConnectedToPoint(2), 1); // materials 2 and 2
-  EXPECT_EQ(points.GetMaterialsConnectedToPoint(2), nullptr);
-  EXPECT_EQ(points.GetNumberOfMaterialsConnectedToPoint(0), 1);
   const CHashUInt* set = points.GetMaterialsConnectedToPoint(1);
   ASSERT_NE(set, nullptr);
   EXPECT_TRUE(set->IsFound(1u) && set->IsFound(2u));
@@ -192,30 +180,6 @@ TEST(PointList, MaterialGraph) {
   EXPECT_EQ(points.GetID(), other.GetID());
   EXPECT_FALSE(points.IsPointMaterialGraphBuilt());
   EXPECT_EQ(points.GetMaterialsConnectedToPoint(1), nullptr);
-}
-
-TEST(PointList, ElementPoints) {
-  float s = 0, t = 0;
-  CUVWPoint(0, 0, 5).GetUVCoordinate(s, t);
-  EXPECT_EQ(s, 0.0f);
-  EXPECT_EQ(t, 5.0f);
-  CUVWPoint(2, 0, 5).GetUVCoordinate(s, t);
-  EXPECT_EQ(s, 2.0f);
-  EXPECT_EQ(t, 5.0f);
-  CUVWPoint(2, 3, 5).GetUVCoordinate(s, t);
-  EXPECT_EQ(s, 2.0f);
-  EXPECT_EQ(t, 3.0f);
-  EXPECT_EQ(static_cast<unsigned>(CUVWPoint(0.6f, 0.6f, 0.6f)), 1u);
-
-  CVCPoint c(CRGBColor(10, 20, 30, 40));
-  C4DPoint p;
-  c.To4DPoint(p);
-  EXPECT_EQ(p.n, 4);
-  EXPECT_EQ(p.v[3], 40.0f);
-  p.v[0] = 200.9f;
-  CVCPoint d;
-  d = p;
-  EXPECT_EQ(d.GetColor(), CRGBColor(200, 20, 30, 40));
 }
 
 TEST(PointList, ArchiveLayoutAndRoundTrip) {
@@ -238,26 +202,6 @@ TEST(PointList, ArchiveLayoutAndRoundTrip) {
   EXPECT_EQ(back[1], C3DPoint(4, 5, 6));
   EXPECT_TRUE(back[1].IsFlagSet(PT_SELECTED));
 
-  // Record sizes and element sizes of the other kinds.
-  C2DPointList p2;
-  p2.SetSize(1, -1);
-  p2[0].y = 3;
-  EXPECT_EQ(Store(p2).size(), 2u + 8 + 12);
-  EXPECT_EQ(Store(p2)[2], 32);
-  EXPECT_EQ(C2DPointList(64).GetArchiveRecordSize(), 64u);
-  C3DVectorList vectors;
-  vectors.SetSize(1, -1);
-  vectors[0] = C3DVector(1, 2, 3);
-  EXPECT_EQ(Store(vectors).size(), 2u + 8 + 12);
-  C3DVectorList vback;
-  Load(vback, Store(vectors));
-  EXPECT_EQ(vback[0].z, 3.0f);
-  CUVWPointList uv;
-  uv.SetSize(1, -1);
-  uv[0].SetUV(0.25f, 0.5f, 0);
-  CUVWPointList uvBack;
-  Load(uvBack, Store(uv));
-  EXPECT_EQ(uvBack[0], CUVWPoint(0.25f, 0.5f, 0));
   CVCPointList vc;
   vc.SetSize(1, -1);
   vc[0].SetColor(CRGBColor(1, 2, 3));
