@@ -9,6 +9,7 @@
 #include "meshcore/platform/thread_id.h"
 #include "meshcore/scene/scene.h"
 #include "tests/support/byte_builder.h"
+#include "tests/support/lwo_grid.h"
 
 #include <gtest/gtest.h>
 
@@ -38,35 +39,9 @@ double Seconds(Clock::duration d) {
   return std::chrono::duration<double>(d).count();
 }
 
-// A grid of quads with a texture map, as one layer.
+// A grid of quads with a texture map, as one layer, encoded.
 std::vector<std::uint8_t> GridFile(int n) {
-  st_lwObject object;
-  object.tags = {"Grid"};
-  st_lwLayer& layer = object.layers.emplace_back();
-  layer.name = "grid";
-  layer.parent = 0xFFFF;
-  const int side = n + 1;
-  st_lwVMap& uv = layer.vmaps.emplace_back();
-  uv.type = lwid::TXUV;
-  uv.dimension = 2;
-  uv.name = "uv";
-  for (int y = 0; y < side; ++y)
-    for (int x = 0; x < side; ++x) {
-      layer.points.push_back({{float(x), float(y), 0.0f}});
-      uv.points.push_back(std::uint32_t(y * side + x));
-      uv.values.push_back(float(x) / float(n));
-      uv.values.push_back(float(y) / float(n));
-    }
-  for (int y = 0; y < n; ++y)
-    for (int x = 0; x < n; ++x) {
-      const auto a = std::uint32_t(y * side + x), s = std::uint32_t(side);
-      st_lwPolygon p;
-      p.tag = 0;
-      p.firstVertex = std::uint32_t(layer.polygonVertices.size());
-      p.vertexCount = 4;
-      layer.polygonVertices.insert(layer.polygonVertices.end(), {a, a + s, a + s + 1, a + 1});
-      layer.polygons.push_back(p);
-    }
+  const st_lwObject object = test::LwoGrid(n);
   CLwoWriter writer;
   EXPECT_EQ(WriteLightwaveObject(object, writer), LwWriteResult::Ok);
   return std::move(writer.GetBuffer());
