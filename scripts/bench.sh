@@ -11,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target meshcore_tool meshcore_bench meshcore_peers >/dev/null
+cmake --build --preset default -j "$(nproc)" --target meshcore_tool meshcore_bench meshcore_make_lwo_grid meshcore_peers >/dev/null
 
 build=build/default
 results=$(mktemp -d "${TMPDIR:-/tmp}/meshcore-bench.XXXXXX")
