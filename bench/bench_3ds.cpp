@@ -1,9 +1,11 @@
 // Loading a large 3D Studio file: the whole codec through C3DIo against a
 // floor that only reads the file and copies its point, face and texture
-// arrays out. The file (16 meshes of 180 x 180 quads cut into triangles, with
-// texture coordinates, about a million triangles) is generated on first use.
+// arrays out. The file (bench/tds_grid_file.h, about a million triangles) is
+// the one the peers' read rows load.
 
 #include "bench/bench_support.h"
+#include "bench/read_counts.h"
+#include "bench/tds_grid_file.h"
 #include "meshcore/formats/common/detail/byte_order.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/studio3d/detail/tds_file.h"
@@ -12,7 +14,6 @@
 #include "meshcore/scene/scene.h"
 
 #include <benchmark/benchmark.h>
-
 
 #include <cstdio>
 #include <filesystem>
@@ -24,65 +25,18 @@ using namespace meshcore;
 
 namespace {
 
-constexpr int kMeshes = 16;
-constexpr int kSide = 180;
-
-const std::string& BigFile() {
-  static const std::string path = [] {
-    std::string p = (std::filesystem::temp_directory_path() / "meshcore_bench_1m.3ds").string();
-    tds::File file;
-    tds::Material& m = file.materials.emplace_back();
-    m.name = "Grey";
-    m.diffuse = {{0.5f, 0.5f, 0.5f}, true};
-    const int n = kSide + 1;
-    for (int k = 0; k < kMeshes; ++k) {
-      tds::Mesh& mesh = file.meshes.emplace_back();
-      mesh.name = "Grid" + std::to_string(k);
-      for (int y = 0; y < n; ++y)
-        for (int x = 0; x < n; ++x) {
-          mesh.points.insert(mesh.points.end(),
-                             {float(x + k * kSide), float(y), float((x * 7 + y * 3) % 5) * 0.1f});
-          mesh.uvs.insert(mesh.uvs.end(), {float(x) / kSide, float(y) / kSide});
-        }
-      tds::FaceGroup& group = mesh.groups.emplace_back();
-      group.material = "Grey";
-      for (int y = 0; y < kSide; ++y)
-        for (int x = 0; x < kSide; ++x) {
-          const auto a = std::uint16_t(y * n + x);
-          const auto b = std::uint16_t(a + 1), c = std::uint16_t(a + n),
-                     d = std::uint16_t(a + n + 1);
-          for (std::uint16_t v : {a, b, d, std::uint16_t(7), a, d, c, std::uint16_t(7)})
-            mesh.faces.push_back(v);
-        }
-      for (std::size_t f = 0; f < mesh.FaceCount(); ++f)
-        group.faces.push_back(std::uint16_t(f));
-    }
-    codec::CBinaryWriter writer(codec::ByteOrder::Little);
-    tds::WriteFile(file, writer, nullptr);
-    std::FILE* out = std::fopen(p.c_str(), "wb");
-    std::fwrite(writer.GetBuffer().data(), 1, writer.GetBuffer().size(), out);
-    std::fclose(out);
-    return p;
-  }();
-  return path;
-}
-
 void BM_3dsFullLoad(benchmark::State& state) {
   bench::FixAllocatorThresholds();
   InitMeshcore();
-  const std::string& path = BigFile();
-  const std::size_t faces = bench::TimedLoads(state, path);
-  if (faces == 0)
-    return;
-  state.counters["triangles"] = double(faces);
-  state.counters["file_MB"] = double(std::filesystem::file_size(path)) / 1e6;
+  const std::string& path = bench::TdsGridFile();
+  bench::ReportRead(state, path, bench::TimedSceneLoads(state, path));
 }
 
 // Reads the file and copies every mesh's points, faces and texture
 // coordinates into flat arrays, walking only the chunks that lead to them.
 void BM_3dsFloor(benchmark::State& state) {
   bench::FixAllocatorThresholds();
-  const std::string& path = BigFile();
+  const std::string& path = bench::TdsGridFile();
   std::size_t faces = 0;
   for (auto _ : state) {
     const std::size_t size = std::filesystem::file_size(path);
@@ -157,5 +111,5 @@ void BM_3dsFloor(benchmark::State& state) {
 
 } // namespace
 
-BENCHMARK(BM_3dsFullLoad)->Unit(benchmark::kMillisecond)->MinTime(2.0);
-BENCHMARK(BM_3dsFloor)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_3dsFullLoad)->Name("read_3ds@meshcore")->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_3dsFloor)->Name("read_3ds@floor")->Unit(benchmark::kMillisecond)->MinTime(2.0);

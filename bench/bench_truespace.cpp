@@ -1,11 +1,12 @@
 // Loading and saving a large ascii trueSpace file: the whole codec through
 // C3DIo against a floor that only reads the file and converts every number
-// on it with from_chars. The file (one mesh of 400 x 400 quads with texture
-// coordinates, 160 000 faces) is generated on first use.
+// on it with from_chars. The file (bench/cob_grid_file.h, 160 000 quads) is
+// the one the peers' read rows load.
 
 #include "bench/bench_support.h"
+#include "bench/cob_grid_file.h"
+#include "bench/read_counts.h"
 #include "meshcore/formats/library.h"
-#include "meshcore/formats/truespace/detail/cob_file.h"
 #include "meshcore/io/file_io.h"
 #include "meshcore/io/io_3d.h"
 #include "meshcore/scene/scene.h"
@@ -23,54 +24,18 @@ using namespace meshcore;
 
 namespace {
 
-constexpr int kSide = 400;
-
-const std::string& BigFile() {
-  static const std::string path = [] {
-    std::string p = (std::filesystem::temp_directory_path() / "meshcore_bench_grid.cob").string();
-    cob::File file;
-    cob::Node& mesh = file.nodes.emplace_back();
-    mesh.id = 1;
-    mesh.name = "Grid";
-    const int n = kSide + 1;
-    for (int y = 0; y < n; ++y)
-      for (int x = 0; x < n; ++x) {
-        mesh.points.insert(mesh.points.end(),
-                           {float(x) * 0.01f, float(y) * 0.01f, float((x * 7 + y * 3) % 5) * 0.1f});
-        mesh.uvs.insert(mesh.uvs.end(), {float(x) / kSide, float(y) / kSide});
-      }
-    for (int y = 0; y < kSide; ++y)
-      for (int x = 0; x < kSide; ++x) {
-        const auto a = std::uint32_t(y * n + x);
-        mesh.faces.push_back({std::uint32_t(mesh.corners.size()), 4, 0});
-        for (std::uint32_t v : {a, a + 1, a + 1 + std::uint32_t(n), a + std::uint32_t(n)})
-          mesh.corners.push_back({v, v});
-      }
-    file.materials.push_back({});
-    file.materials.back().parent = 1;
-    const std::string text = cob::WriteAscii(file);
-    std::FILE* out = std::fopen(p.c_str(), "wb");
-    std::fwrite(text.data(), 1, text.size(), out);
-    std::fclose(out);
-    return p;
-  }();
-  return path;
-}
-
 void BM_TruespaceLoad(benchmark::State& state) {
   bench::FixAllocatorThresholds();
   InitMeshcore();
-  const std::string& path = BigFile();
-  const std::size_t faces = bench::TimedLoads(state, path);
-  state.counters["faces"] = double(faces);
-  state.counters["file_MB"] = double(std::filesystem::file_size(path)) / 1e6;
+  const std::string& path = bench::CobGridFile();
+  bench::ReportRead(state, path, bench::TimedSceneLoads(state, path));
 }
 
 // Reads the file and converts every token that is a number: the least any
 // reader of the text must do.
 void BM_TruespaceFloor(benchmark::State& state) {
   bench::FixAllocatorThresholds();
-  const std::string& path = BigFile();
+  const std::string& path = bench::CobGridFile();
   for (auto _ : state) {
     const std::size_t size = std::filesystem::file_size(path);
     std::string bytes(size, '\0');
@@ -100,7 +65,7 @@ void BM_TruespaceFloor(benchmark::State& state) {
 
 void BM_TruespaceSave(benchmark::State& state) {
   InitMeshcore();
-  C3DIo in(BigFile(), FILE_PARSER_SILENT);
+  C3DIo in(bench::CobGridFile(), FILE_PARSER_SILENT);
   std::unique_ptr<C3DScene> scene(in.Read(0, 0));
   if (!scene) {
     state.SkipWithError("read failed");
@@ -120,6 +85,6 @@ void BM_TruespaceSave(benchmark::State& state) {
 
 } // namespace
 
-BENCHMARK(BM_TruespaceLoad)->Unit(benchmark::kMillisecond)->MinTime(1.0);
-BENCHMARK(BM_TruespaceFloor)->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_TruespaceLoad)->Name("read_cob@meshcore")->Unit(benchmark::kMillisecond)->MinTime(1.0);
+BENCHMARK(BM_TruespaceFloor)->Name("read_cob@floor")->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_TruespaceSave)->Unit(benchmark::kMillisecond)->MinTime(1.0);
