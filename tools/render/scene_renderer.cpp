@@ -224,7 +224,7 @@ bool CSceneRenderer::Render(C3DScene& scene, CImage& image, std::string& error) 
     items.push_back(std::move(item));
   }
   if (items.empty() || !hasBox) {
-    error = "nothing to draw: the scene has no mesh or curve";
+    error = "nothing to draw: the scene has no faces or curves";
     return false;
   }
 
@@ -437,8 +437,10 @@ void CSceneRenderer::DrawMesh(C3DScene& scene, const Item& item, const CCamera& 
       }
       v.r = r * intensity, v.g = g * intensity, v.b = b * intensity;
     }
-    if (count == 2) {
-      raster.DrawLine(corners[0], corners[1], thickness, m_lineBias);
+    // Lines, and polygons without area, which would otherwise vanish.
+    if (count == 2 || (unit[f] * unit[f]) == 0.0f) {
+      for (int k = 0; k + 1 < count + (count > 2 ? 1 : 0); ++k)
+        raster.DrawLine(corners[k], corners[(k + 1) % count], thickness, m_lineBias);
       continue;
     }
     const CImage* texture = uvFace ? s.texture : nullptr;
