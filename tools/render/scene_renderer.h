@@ -15,14 +15,11 @@
 namespace meshcore {
 class C3DScene;
 class C3DBaseObject;
-class C3DMaterial;
-class C4x4Matrix;
 } // namespace meshcore
 
 namespace meshcore::render {
 
 class CRasterizer;
-class CCamera;
 
 struct RenderOptions {
   int width = 800;
