@@ -56,6 +56,12 @@ const char kUsage[] =
     "      --all         include the registry's image, audio and web types, and\n"
     "                    what the registry declares beside what the codecs do\n"
     "      --json        as JSON\n"
+    "  render IN OUT.png draw IN into a PNG picture (z-buffer, one light, 2x2 antialiasing)\n"
+    "      --size WxH    picture size in pixels (default 800x600, at most 4096 each)\n"
+    "      --view V      iso (default), front, back, left, right, top or bottom\n"
+    "      --wire        also draw the polygon edges\n"
+    "      --background RRGGBB\n"
+    "                    background colour (default 30343C)\n"
     "  demo [DIR]        build a sample scene, save it as a Lightwave object (in DIR,\n"
     "                    kept, or in a temporary folder), read it back and describe it\n"
     "\n"
@@ -570,6 +576,8 @@ bool ParseArguments(int argc, char** argv, Options& options, std::string& error)
     } else if (arg == "--help" || arg == "--version") {
       if (options.command.empty())
         options.command = arg;
+    } else if (options.command == "render") {
+      options.args.emplace_back(arg); // render reads its own options
     } else {
       error = "unknown option '" + std::string(arg) + "'";
       return false;
@@ -639,6 +647,10 @@ int RunTool(int argc, char** argv, Output& output) {
     status = RunFormats(output, options);
   else if (options.command == "demo")
     status = RunDemo(output, host, options);
+  else if (options.command == "render")
+    status = RunRender(output, options.args, [&](const std::string& file, int& fileStatus) {
+      return ReadScene(output, host, options, file, fileStatus);
+    });
   else {
     Fail(output, {}, "unknown command '" + options.command + "'", kExitUsage);
     std::fputs(kUsage, output.err);

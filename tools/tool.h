@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -107,6 +108,13 @@ struct FormatSupport {
   bool registryRead = false, registryWrite = false;
 };
 FormatSupport GetFormatSupport(unsigned classCode);
+
+// Reads a scene for a command: null with status set (and the failure
+// reported) when it cannot.
+using SceneReader = std::function<std::unique_ptr<C3DScene>(const std::string& file, int& status)>;
+// `render IN OUT.png [options]`: args are the command's arguments and
+// options in the order given.
+int RunRender(Output& output, const std::vector<std::string>& args, const SceneReader& read);
 
 // The whole command line; returns the exit status.
 int RunTool(int argc, char** argv, Output& output);
