@@ -59,6 +59,8 @@ const char kUsage[] =
     "  render IN OUT.png draw IN into a PNG picture (z-buffer, one light, 2x2 antialiasing)\n"
     "      --size WxH    picture size in pixels (default 800x600, at most 4096 each)\n"
     "      --view V      iso (default), front, back, left, right, top or bottom\n"
+    "      --up y|z      the scene's up axis (default: y for Lightwave, Wavefront and\n"
+    "                    Maya files, z for the others)\n"
     "      --wire        also draw the polygon edges\n"
     "      --background RRGGBB\n"
     "                    background colour (default 30343C)\n"

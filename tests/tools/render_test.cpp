@@ -221,6 +221,33 @@ TEST_F(RenderTest, NearerFacesHideFartherOnesWhateverTheDrawingOrder) {
   }
 }
 
+TEST_F(RenderTest, UpAxisFollowsTheFileKindUnlessGiven) {
+  EXPECT_EQ(UpAxisOfFile("a/Model.LWO"), UpAxis::Y);
+  EXPECT_EQ(UpAxisOfFile("spider.obj"), UpAxis::Y);
+  EXPECT_EQ(UpAxisOfFile("scene.3ds"), UpAxis::Z);
+  EXPECT_EQ(UpAxisOfFile("dir.obj/cube.wrl"), UpAxis::Z);
+  EXPECT_EQ(UpAxisOfFile("noextension"), UpAxis::Z);
+
+  // A red quad standing in the xz plane, twice as tall (z) as wide (x), and a
+  // green one lying in the xy plane behind it (+y): z-up, the front view sees
+  // the red one upright and hides the green; y-up, it sees the green one.
+  C3DScene scene;
+  AddMesh(scene, {{0, 0, 0}, {1, 0, 0}, {1, 0, 2}, {0, 0, 2}}, {{0, 1, 2, 3}},
+          AddMaterial(scene, 255, 0, 0));
+  AddMesh(scene, {{0, 0.5f, 0}, {1, 0.5f, 0}, {1, 2.5f, 0}, {0, 2.5f, 0}}, {{0, 1, 2, 3}},
+          AddMaterial(scene, 0, 255, 0));
+  RenderOptions options = Front(100, 100);
+  options.up = UpAxis::Z;
+  const CImage upright = Render(scene, options);
+  EXPECT_GT(upright.Pixel(50, 20)[0], 60);
+  EXPECT_EQ(upright.Pixel(50, 20)[1], 0);
+  EXPECT_TRUE(IsBackground(upright, 20, 50)); // narrower than tall
+  options.up = UpAxis::Y;
+  const CImage lying = Render(scene, options);
+  EXPECT_EQ(lying.Pixel(50, 50)[0], 0);
+  EXPECT_GT(lying.Pixel(50, 50)[1], 60);
+}
+
 TEST_F(RenderTest, ShadingIsSmoothWithinTheSmoothingAngleAndFlatBeyondIt) {
   // A roof seen from the front: two faces meeting at x = 0 at about 53 degrees.
   auto roofRender = [&](float smoothDegrees) {

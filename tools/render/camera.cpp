@@ -1,8 +1,10 @@
-// Scenes are y-up, as the Lightwave and Wavefront files that most assets come
-// in: the front view looks along -z, with x to the right.
+// Right-handed views with x to the right: y-up scenes are seen from +z in the
+// front view, z-up scenes from -y.
 #include "tools/render/camera.h"
 
 #include <algorithm>
+#include <cctype>
+#include <string>
 #include <cmath>
 #include <limits>
 
@@ -10,8 +12,6 @@ namespace meshcore::render {
 
 namespace {
 
-const C3DVector kUp(0.0f, 1.0f, 0.0f);
-const C3DVector kToFront(0.0f, 0.0f, 1.0f); // from the scene towards a front viewer
 const C3DVector kToRight(1.0f, 0.0f, 0.0f);
 
 C3DVector Cross(const C3DVector& a, const C3DVector& b) {
@@ -24,6 +24,28 @@ C3DVector Normalized(const C3DVector& v) {
 }
 
 } // namespace
+
+bool ParseUpAxis(std::string_view name, UpAxis& up) {
+  if (name == "y" || name == "Y")
+    up = UpAxis::Y;
+  else if (name == "z" || name == "Z")
+    up = UpAxis::Z;
+  else
+    return false;
+  return true;
+}
+
+UpAxis UpAxisOfFile(std::string_view path) {
+  const std::size_t dot = path.find_last_of('.');
+  std::string ext;
+  if (dot != std::string_view::npos && path.find_first_of("/\\", dot) == std::string_view::npos)
+    for (char c : path.substr(dot + 1))
+      ext += char(std::tolower(static_cast<unsigned char>(c)));
+  for (const char* yUp : {"lwo", "lw", "lws", "obj", "ma"})
+    if (ext == yUp)
+      return UpAxis::Y;
+  return UpAxis::Z;
+}
 
 bool ParseViewDirection(std::string_view name, ViewDirection& view) {
   static constexpr std::pair<std::string_view, ViewDirection> kNames[] = {
@@ -39,8 +61,12 @@ bool ParseViewDirection(std::string_view name, ViewDirection& view) {
   return false;
 }
 
-CCamera::CCamera(ViewDirection view, const C3DPoint& boxMin, const C3DPoint& boxMax, int width,
-                 int height) {
+CCamera::CCamera(ViewDirection view, UpAxis up, const C3DPoint& boxMin, const C3DPoint& boxMax,
+                 int width, int height) {
+  const C3DVector kUp = up == UpAxis::Y ? C3DVector(0.0f, 1.0f, 0.0f) : C3DVector(0.0f, 0.0f, 1.0f);
+  // From the scene towards a front viewer.
+  const C3DVector kToFront =
+      up == UpAxis::Y ? C3DVector(0.0f, 0.0f, 1.0f) : C3DVector(0.0f, -1.0f, 0.0f);
   switch (view) {
   case ViewDirection::Front:
     m_toViewer = kToFront;

@@ -11,16 +11,24 @@ namespace meshcore::render {
 
 enum class ViewDirection { Iso, Front, Back, Left, Right, Top, Bottom };
 
+// Which scene axis points up in the picture. Lightwave, Wavefront and Maya
+// files are y-up; 3D Studio, DXF, trueSpace and what the VRML reader converts
+// are z-up.
+enum class UpAxis { Y, Z };
+
 // False for an unknown name.
 bool ParseViewDirection(std::string_view name, ViewDirection& view);
+bool ParseUpAxis(std::string_view name, UpAxis& up);
+// The usual up axis of files with this name's extension (any case).
+UpAxis UpAxisOfFile(std::string_view path);
 
 class CCamera {
 public:
   // Fraction of the picture left free on each side.
   static constexpr float kMargin = 0.05f;
 
-  CCamera(ViewDirection view, const C3DPoint& boxMin, const C3DPoint& boxMax, int width,
-          int height);
+  CCamera(ViewDirection view, UpAxis up, const C3DPoint& boxMin, const C3DPoint& boxMax,
+          int width, int height);
 
   // Picture position (x to the right, y down, in pixels) and depth (larger is
   // farther from the viewer).

@@ -58,6 +58,7 @@ bool EndsWithPng(const std::string& name) {
 int RunRender(Output& output, const std::vector<std::string>& args, const SceneReader& read) {
   render::RenderOptions options;
   std::vector<std::string> files;
+  bool upGiven = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
     if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
@@ -90,6 +91,10 @@ int RunRender(Output& output, const std::vector<std::string>& args, const SceneR
       if (!value(text) || !render::ParseViewDirection(text, options.view))
         return RenderFail(output, "--view needs iso, front, back, left, right, top or bottom",
                           kExitUsage);
+    } else if (name == "--up") {
+      if (!value(text) || !render::ParseUpAxis(text, options.up))
+        return RenderFail(output, "--up needs y or z", kExitUsage);
+      upGiven = true;
     } else if (name == "--background") {
       if (!value(text) || !ParseColour(text, options.background))
         return RenderFail(output, "--background needs a colour as RRGGBB (hexadecimal)",
@@ -104,6 +109,8 @@ int RunRender(Output& output, const std::vector<std::string>& args, const SceneR
                       kExitUsage);
   const std::string& in = files[0];
   const std::string& out = files[1];
+  if (!upGiven)
+    options.up = render::UpAxisOfFile(in);
   if (!EndsWithPng(out))
     return RenderFail(output, out + ": render writes PNG pictures; name the output *.png",
                       kExitUsage);

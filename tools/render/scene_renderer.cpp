@@ -229,7 +229,7 @@ bool CSceneRenderer::Render(C3DScene& scene, CImage& image, std::string& error) 
   }
 
   const int width = m_options.width * ss, height = m_options.height * ss;
-  const CCamera camera(m_options.view, boxMin, boxMax, width, height);
+  const CCamera camera(m_options.view, m_options.up, boxMin, boxMax, width, height);
   CRasterizer raster(width, height, m_options.background);
   m_lineBias = camera.GetDepthRange() * kLineDepthBias;
   for (const Item& item : items) {

@@ -25,6 +25,7 @@ struct RenderOptions {
   int width = 800;
   int height = 600;
   ViewDirection view = ViewDirection::Iso;
+  UpAxis up = UpAxis::Y;
   bool wire = false;
   std::uint32_t background = 0x30343C; // 0xRRGGBB
   // Samples per pixel along each axis.
