@@ -248,6 +248,25 @@ TEST_F(RenderTest, UpAxisFollowsTheFileKindUnlessGiven) {
   EXPECT_GT(lying.Pixel(50, 50)[1], 60);
 }
 
+TEST_F(RenderTest, ConcaveFacesKeepTheirNotches) {
+  // An L (a unit square without its top right quarter), starting at a corner
+  // from which a fan would cover part of the notch; and the same outline
+  // wound the other way.
+  for (const bool reversed : {false, true}) {
+    C3DScene scene;
+    std::vector<int> corners = {0, 1, 2, 3, 4, 5};
+    if (reversed)
+      std::reverse(corners.begin(), corners.end());
+    AddMesh(scene, {{1, 0, 0}, {1, 0.5f, 0}, {0.5f, 0.5f, 0}, {0.5f, 1, 0}, {0, 1, 0}, {0, 0, 0}},
+            {corners}, AddMaterial(scene, 255, 0, 0));
+    const CImage image = Render(scene, Front(100, 100));
+    EXPECT_TRUE(IsBackground(image, 75, 25)) << reversed; // the notch, top right
+    EXPECT_TRUE(IsBackground(image, 55, 32)) << reversed; // where that fan would reach
+    EXPECT_FALSE(IsBackground(image, 25, 25)) << reversed;
+    EXPECT_FALSE(IsBackground(image, 75, 75)) << reversed;
+  }
+}
+
 TEST_F(RenderTest, ShadingIsSmoothWithinTheSmoothingAngleAndFlatBeyondIt) {
   // A roof seen from the front: two faces meeting at x = 0 at about 53 degrees.
   auto roofRender = [&](float smoothDegrees) {

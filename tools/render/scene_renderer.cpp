@@ -56,6 +56,72 @@ C3DVector Newell(const CFace& face, const std::vector<C3DPoint>& points) {
   return n;
 }
 
+// Corner positions of triangles covering the face: a fan when the face is
+// convex, ear clipping in the face's plane otherwise (a fan would fill the
+// notches of concave outlines). normal is the face's Newell vector.
+void CoverFace(const CFace& face, const std::vector<C3DPoint>& points, const C3DVector& normal,
+               std::vector<int>& triangles) {
+  triangles.clear();
+  const int count = face.GetSize();
+  // Drop the axis the normal leans on most; keep the outline counter-clockwise.
+  const float ax = std::fabs(normal.x), ay = std::fabs(normal.y), az = std::fabs(normal.z);
+  const int drop = ax >= ay && ax >= az ? 0 : (ay >= az ? 1 : 2);
+  const float sign = (drop == 0 ? normal.x : drop == 1 ? normal.y : normal.z) < 0.0f ? -1.0f : 1.0f;
+  std::vector<float> x(static_cast<std::size_t>(count)), y(x.size());
+  for (int k = 0; k < count; ++k) {
+    const C3DPoint& p = points[face[k]];
+    x[k] = drop == 0 ? p.y : (drop == 1 ? p.z : p.x);
+    y[k] = (drop == 0 ? p.z : (drop == 1 ? p.x : p.y)) * sign;
+  }
+  auto turn = [&](int a, int b, int c) {
+    return (x[b] - x[a]) * (y[c] - y[a]) - (y[b] - y[a]) * (x[c] - x[a]);
+  };
+  // Ear clipping is quadratic in the corners: huge outlines stay fans.
+  constexpr int kMaxClipped = 256;
+  bool convex = true;
+  for (int k = 0; k < count && convex && count <= kMaxClipped; ++k)
+    convex = turn((k + count - 1) % count, k, (k + 1) % count) >= 0.0f;
+  if (!convex) {
+    std::vector<int> ring(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k)
+      ring[k] = k;
+    // A corner on the candidate's border blocks it too (a cut through it
+    // would leave a self-touching rest); one at a candidate's corner does not.
+    auto inside = [&](int p, int a, int b, int c) {
+      for (const int v : {a, b, c})
+        if (x[p] == x[v] && y[p] == y[v])
+          return false;
+      return turn(a, b, p) >= 0.0f && turn(b, c, p) >= 0.0f && turn(c, a, p) >= 0.0f;
+    };
+    // Each pass cuts one ear; a ring without one (self-touching or
+    // degenerate outlines) is finished as a fan.
+    std::size_t k = 0;
+    for (std::size_t misses = 0; ring.size() > 3 && misses < ring.size();) {
+      const std::size_t n = ring.size();
+      const int a = ring[(k + n - 1) % n], b = ring[k % n], c = ring[(k + 1) % n];
+      bool ear = turn(a, b, c) > 0.0f;
+      for (std::size_t j = 0; ear && j < n; ++j) {
+        const int q = ring[j];
+        ear = q == a || q == b || q == c || !inside(q, a, b, c);
+      }
+      if (ear) {
+        triangles.insert(triangles.end(), {a, b, c});
+        ring.erase(ring.begin() + static_cast<std::ptrdiff_t>(k % n));
+        k %= ring.size();
+        misses = 0;
+      } else {
+        k = (k + 1) % n;
+        ++misses;
+      }
+    }
+    for (std::size_t j = 1; j + 1 < ring.size(); ++j)
+      triangles.insert(triangles.end(), {ring[0], ring[j], ring[j + 1]});
+    return;
+  }
+  for (int k = 1; k + 1 < count; ++k)
+    triangles.insert(triangles.end(), {0, k, k + 1});
+}
+
 bool ValidIndices(const CFace& face, int pointCount) {
   for (int k = 0; k < face.GetSize(); ++k)
     if (face[k] < 0 || face[k] >= pointCount)
@@ -374,6 +440,7 @@ void CSceneRenderer::DrawMesh(C3DScene& scene, const Item& item, const CCamera& 
   const int thickness = m_options.supersampling;
 
   std::vector<RasterVertex> corners;
+  std::vector<int> cover;
   for (int f = 0; f < faceCount; ++f) {
     if (!valid[f])
       continue;
@@ -444,8 +511,14 @@ void CSceneRenderer::DrawMesh(C3DScene& scene, const Item& item, const CCamera& 
       continue;
     }
     const CImage* texture = uvFace ? s.texture : nullptr;
-    for (int k = 1; k + 1 < count; ++k)
-      raster.DrawTriangle(corners[0], corners[k], corners[k + 1], texture);
+    if (count == 3) {
+      raster.DrawTriangle(corners[0], corners[1], corners[2], texture);
+    } else {
+      CoverFace(face, points, area[f], cover);
+      for (std::size_t t = 0; t + 2 < cover.size(); t += 3)
+        raster.DrawTriangle(corners[cover[t]], corners[cover[t + 1]], corners[cover[t + 2]],
+                            texture);
+    }
     if (m_options.wire)
       for (int k = 0; k < count; ++k) {
         RasterVertex a = corners[k], b = corners[(k + 1) % count];
