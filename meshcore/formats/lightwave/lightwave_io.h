@@ -18,6 +18,7 @@ namespace meshcore {
 class C3DBaseObject;
 class C3DScene;
 class C3DSceneNode;
+class CUVWChannel;
 struct st_lwObject;
 struct st_lwLayer;
 struct st_lwPolygon;
@@ -60,6 +61,9 @@ protected:
                         std::size_t end, int faceCount);
   void CreateVCChannel(C3DBaseObject* object, const st_lwLayer& layer, std::size_t first,
                        std::size_t end, int faceCount);
+  // Gives a filled texture channel to the object and places the image maps of
+  // the run's materials by it.
+  void AddUVWChannel(C3DBaseObject* object, std::unique_ptr<CUVWChannel> channel);
   C3DSceneNode* CreateNode(C3DScene* scene, C3DBaseObject* object, const st_lwLayer& layer);
 
   // Writing steps: each converts part of the scene into the Lightwave object
