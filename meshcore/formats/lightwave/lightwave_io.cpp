@@ -347,6 +347,7 @@ void CLightwaveIo::ResetReadState() {
   m_layerGroups.clear();
   m_pointRemap.clear();
   m_activeLayer = nullptr;
+  m_wholeUVWMap = nullptr;
 }
 
 // ---------------------------------------------------------------------------
@@ -422,6 +423,7 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
   }
   m_object.reset();
   m_activeLayer = nullptr;
+  m_wholeUVWMap = nullptr;
   m_scene = nullptr;
   scene->CheckoutImport(int(flags));
   if (scene->GetNodeNbr(0) == 0) {
@@ -434,6 +436,8 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
 void CLightwaveIo::ConvertLayer(const st_lwLayer& layer) {
   m_activeLayer = &layer;
   m_pointRemap.assign(layer.points.size(), -1);
+  // Once per layer: a layer may hold many runs.
+  m_wholeUVWMap = WholeLayerUVWMap(layer);
   const std::size_t n = layer.polygons.size();
   for (std::size_t i = 0; i < n;) {
     const std::uint32_t type = layer.polygons[i].type;
@@ -499,7 +503,7 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
   auto points = std::make_unique<C3DPointList>();
   // The usual texture map: its faces repeat the mesh faces and are written
   // alongside them.
-  const st_lwVMap* wholeMap = WholeLayerUVWMap(layer);
+  const st_lwVMap* wholeMap = m_wholeUVWMap;
   std::unique_ptr<CUVWChannel> uvw;
   CUVWFaceList* uvwFaces = nullptr;
   if (wholeMap) {

@@ -22,6 +22,7 @@ class CUVWChannel;
 struct st_lwObject;
 struct st_lwLayer;
 struct st_lwPolygon;
+struct st_lwVMap;
 
 // Custom-data record that object and layer-group nodes carry, and the layer
 // number + 1 in it.
@@ -100,6 +101,8 @@ private:
   C3DScene* m_scene = nullptr;
   std::unique_ptr<st_lwObject> m_object;
   const st_lwLayer* m_activeLayer = nullptr;
+  // The active layer's one texture map when it covers every point, else null.
+  const st_lwVMap* m_wholeUVWMap = nullptr;
   std::vector<std::int64_t> m_surfaceMaterial; // surface -> material id, -1 until converted
   std::vector<std::string> m_surfaceUVMap;     // surface -> texture map of its image block
   std::set<std::string> m_materialNames;       // names used so far
