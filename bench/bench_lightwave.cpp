@@ -13,8 +13,6 @@
 
 #include <benchmark/benchmark.h>
 
-
-
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -89,5 +87,13 @@ void BM_LightwaveFloor(benchmark::State& state) {
 
 } // namespace
 
-BENCHMARK(BM_LightwaveFullLoad)->Arg(1000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
-BENCHMARK(BM_LightwaveFloor)->Arg(1000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_LightwaveFullLoad)
+    ->Name("read_lwo@meshcore")
+    ->Arg(1000)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(2.0);
+BENCHMARK(BM_LightwaveFloor)
+    ->Name("read_lwo@floor")
+    ->Arg(1000)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(2.0);

@@ -191,6 +191,16 @@ int SaveScene(Output& output, CToolHost& host, const Options& options, const std
   return kExitOk;
 }
 
+// The scene of the last file `info` described is left for the process exit to
+// reclaim: freeing millions of records one by one would cost a good part of
+// the whole run. Each call frees the one kept before, so a host that runs the
+// tool in-process holds at most one; the pointer keeps it reachable.
+void KeepUntilExit(std::unique_ptr<C3DScene> scene) {
+  static C3DScene* kept = nullptr;
+  delete kept;
+  kept = scene.release();
+}
+
 int RunInfo(Output& output, CToolHost& host, const Options& options) {
   if (options.args.empty())
     return Fail(output, {}, "info needs at least one file (see meshcore --help)", kExitUsage);
@@ -215,6 +225,7 @@ int RunInfo(Output& output, CToolHost& host, const Options& options) {
     const SceneStats stats = CollectStats(*scene);
     if (options.json) {
       json.push_back(StatsToJson(file, stats, options.tree ? scene.get() : nullptr));
+      KeepUntilExit(std::move(scene));
       continue;
     }
     if (!first)
@@ -223,6 +234,7 @@ int RunInfo(Output& output, CToolHost& host, const Options& options) {
     PrintStats(output.out, file, stats);
     if (options.tree)
       PrintTree(output.out, *scene);
+    KeepUntilExit(std::move(scene));
   }
   if (options.json) {
     std::fputs("[", output.out);

@@ -52,21 +52,32 @@ void AddToBox(SceneStats& stats, const C3DSceneNode& node, const C3DBaseObject& 
   C4x4Matrix world;
   node.GetMatrix(NODE_MATRIX_TRANSFORM, world, 0);
   const bool identity = world.IsIdentity();
-  for (int i = 0; i < points->GetSize(); ++i) {
-    const C3DPoint p = identity ? (*points)[i] : (*points)[i] * world;
-    if (!stats.hasBox) {
-      stats.boxMin = p;
-      stats.boxMax = p;
-      stats.hasBox = true;
-      continue;
-    }
-    stats.boxMin.x = std::min(stats.boxMin.x, p.x);
-    stats.boxMin.y = std::min(stats.boxMin.y, p.y);
-    stats.boxMin.z = std::min(stats.boxMin.z, p.z);
-    stats.boxMax.x = std::max(stats.boxMax.x, p.x);
-    stats.boxMax.y = std::max(stats.boxMax.y, p.y);
-    stats.boxMax.z = std::max(stats.boxMax.z, p.z);
+  const int n = points->GetSize();
+  int i = 0;
+  if (!stats.hasBox) {
+    stats.boxMin = stats.boxMax = identity ? (*points)[0] : (*points)[0] * world;
+    stats.hasBox = true;
+    i = 1;
   }
+  // Plain floats in registers: the loop runs over millions of points.
+  float lo[3] = {stats.boxMin.x, stats.boxMin.y, stats.boxMin.z};
+  float hi[3] = {stats.boxMax.x, stats.boxMax.y, stats.boxMax.z};
+  auto add = [&](const C3DPoint& p) {
+    lo[0] = std::min(lo[0], p.x);
+    lo[1] = std::min(lo[1], p.y);
+    lo[2] = std::min(lo[2], p.z);
+    hi[0] = std::max(hi[0], p.x);
+    hi[1] = std::max(hi[1], p.y);
+    hi[2] = std::max(hi[2], p.z);
+  };
+  if (identity)
+    for (; i < n; ++i)
+      add((*points)[i]);
+  else
+    for (; i < n; ++i)
+      add((*points)[i] * world);
+  stats.boxMin = C3DPoint(lo[0], lo[1], lo[2]);
+  stats.boxMax = C3DPoint(hi[0], hi[1], hi[2]);
 }
 
 void PrintSubtree(std::FILE* out, const C3DSceneNode* node, const std::string& indent) {

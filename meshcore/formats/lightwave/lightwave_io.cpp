@@ -241,6 +241,66 @@ void FillChannelFaces(FaceList& faces, const st_lwLayer& layer, std::size_t firs
   }
 }
 
+// Grows each list (null ones aside) to n records a block at a time and hands
+// each new block [begin, end) to fill while its freshly constructed records
+// are still in cache; constructing all n first and filling them after would
+// stream the whole block through memory twice. The room for n is taken in one go.
+template <class Fill, class... Lists> void GrowInBlocks(int n, Fill fill, Lists*... lists) {
+  constexpr int kBlock = 2048;
+  if (n <= 0)
+    return;
+  // A first block of one record whose growth step makes room for the rest at
+  // the first growth; the automatic step is restored at the end.
+  ((lists ? lists->SetSize(1, n > 1 ? n - 1 : 0) : void()), ...);
+  for (int begin = 0; begin < n;) {
+    const int end = std::min(n, begin + kBlock);
+    ((lists && end > lists->GetSize() ? lists->SetSize(end) : void()), ...);
+    fill(begin, end);
+    begin = end;
+  }
+  ((lists ? lists->SetSize(n, 0) : void()), ...);
+}
+
+// The one per-point texture map of the layer when every point of the layer
+// has a value in it, else null: then the texture faces of any run repeat its
+// mesh faces and can be filled alongside them (see FillWholeUVWMap).
+const st_lwVMap* WholeLayerUVWMap(const st_lwLayer& layer) {
+  const st_lwVMap* found = nullptr;
+  for (const auto& vmap : layer.vmaps) {
+    if (vmap.type != lwid::TXUV || vmap.dimension == 0)
+      continue;
+    if (found || vmap.perPolygon)
+      return nullptr;
+    found = &vmap;
+  }
+  if (!found || found->attached.size() != layer.points.size())
+    return nullptr;
+  for (std::int32_t e : found->attached)
+    if (e < 0)
+      return nullptr;
+  return found;
+}
+
+// Texture point i takes the value of run point i in a per-point map that
+// gives every run point a value.
+void FillUVWPoints(const st_lwVMap& map, const std::vector<std::uint32_t>& runPoints,
+                   CUVWPointList& points) {
+  const std::uint32_t dimension = std::min<std::uint32_t>(map.dimension, 3);
+  GrowInBlocks(
+      int(runPoints.size()),
+      [&](int begin, int end) {
+        CUVWPoint* out = points.GetFirst();
+        for (int i = begin; i < end; ++i) {
+          const float* src = map.Value(std::size_t(map.attached[runPoints[std::size_t(i)]]));
+          float v[3] = {0, 0, 0};
+          for (std::uint32_t k = 0; k < dimension; ++k)
+            v[k] = src[k];
+          out[i].SetUV(v[0], -v[1], v[2]); // Lightwave's v runs the other way
+        }
+      },
+      &points);
+}
+
 // The usual texture map, one per-point map giving every point of the run a
 // value: texture points then come in the order the faces first use the mesh
 // points, so the texture faces repeat the mesh faces and point i takes the
@@ -255,25 +315,19 @@ bool FillWholeUVWMap(const std::vector<NamedMaps>& maps,
   for (std::uint32_t lp : runPoints)
     if (map.attached[lp] < 0)
       return false;
-  const int n = mesh.GetSize();
-  faces.SetSize(n);
-  for (int f = 0; f < n; ++f) {
-    PollRead(std::size_t(f));
-    const C3DFace& from = mesh[f];
-    CUVWFace& to = faces[f];
-    to.SetSize(from.GetSize());
-    std::memcpy(to.GetData(), from.GetData(), sizeof(int) * std::size_t(from.GetSize()));
-  }
-  points.SetSize(int(runPoints.size()));
-  CUVWPoint* out = points.GetFirst();
-  const std::uint32_t dimension = std::min<std::uint32_t>(map.dimension, 3);
-  for (std::size_t i = 0; i < runPoints.size(); ++i) {
-    const float* src = map.Value(std::size_t(map.attached[runPoints[i]]));
-    float v[3] = {0, 0, 0};
-    for (std::uint32_t k = 0; k < dimension; ++k)
-      v[k] = src[k];
-    out[i].SetUV(v[0], -v[1], v[2]); // Lightwave's v runs the other way
-  }
+  GrowInBlocks(
+      mesh.GetSize(),
+      [&](int begin, int end) {
+        for (int f = begin; f < end; ++f) {
+          PollRead(std::size_t(f));
+          const C3DFace& from = mesh[f];
+          CUVWFace& to = faces[f];
+          to.SetSize(from.GetSize());
+          std::memcpy(to.GetData(), from.GetData(), sizeof(int) * std::size_t(from.GetSize()));
+        }
+      },
+      &faces);
+  FillUVWPoints(map, runPoints, points);
   return true;
 }
 
@@ -293,6 +347,7 @@ void CLightwaveIo::ResetReadState() {
   m_layerGroups.clear();
   m_pointRemap.clear();
   m_activeLayer = nullptr;
+  m_wholeUVWMap = nullptr;
 }
 
 // ---------------------------------------------------------------------------
@@ -368,6 +423,7 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
   }
   m_object.reset();
   m_activeLayer = nullptr;
+  m_wholeUVWMap = nullptr;
   m_scene = nullptr;
   scene->CheckoutImport(int(flags));
   if (scene->GetNodeNbr(0) == 0) {
@@ -380,6 +436,8 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
 void CLightwaveIo::ConvertLayer(const st_lwLayer& layer) {
   m_activeLayer = &layer;
   m_pointRemap.assign(layer.points.size(), -1);
+  // Once per layer: a layer may hold many runs.
+  m_wholeUVWMap = WholeLayerUVWMap(layer);
   const std::size_t n = layer.polygons.size();
   for (std::size_t i = 0; i < n;) {
     const std::uint32_t type = layer.polygons[i].type;
@@ -442,48 +500,77 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
   // Faces run the other way round from Lightwave polygons; points are
   // renumbered in the order the faces first use them.
   auto faces = std::make_unique<C3DFaceList>();
-  faces->SetSize(int(faceCount));
+  auto points = std::make_unique<C3DPointList>();
+  // The usual texture map: its faces repeat the mesh faces and are written
+  // alongside them.
+  const st_lwVMap* wholeMap = m_wholeUVWMap;
+  std::unique_ptr<CUVWChannel> uvw;
+  CUVWFaceList* uvwFaces = nullptr;
+  if (wholeMap) {
+    uvw = std::make_unique<CUVWChannel>();
+    uvwFaces = uvw->GetUVWFaceList();
+  }
   std::vector<std::uint32_t> order; // object point -> layer point
   order.reserve(std::min(layer.points.size(), (end - first) * 4));
-  int f = 0;
-  for (std::size_t p = first; p < end; ++p) {
-    PollRead(p - first);
-    const st_lwPolygon& poly = layer.polygons[p];
-    if (poly.vertexCount < 3)
-      continue;
-    C3DFace& face = (*faces)[f++];
-    face.SetSize(poly.vertexCount);
-    int* idx = face.GetData();
-    const std::uint32_t* v = layer.Vertices(poly);
-    for (unsigned k = 0; k < poly.vertexCount; ++k) {
-      std::uint32_t lp = v[poly.vertexCount - 1 - k];
-      std::int32_t& mapped = m_pointRemap[lp];
-      if (mapped < 0) {
-        mapped = std::int32_t(order.size());
-        order.push_back(lp);
-      }
-      idx[k] = mapped;
-    }
-    // Surfaces already converted are looked up without the call.
-    const std::uint32_t s = poly.surface;
-    face.SetMaterialID(s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0
-                           ? unsigned(m_surfaceMaterial[s])
-                           : GetMaterial(object.get(), s));
-  }
+  std::size_t p = first;
+  GrowInBlocks(
+      int(faceCount),
+      [&](int begin, int blockEnd) {
+        C3DFace* out = faces->GetFirst();
+        for (int f = begin; f < blockEnd; ++p) {
+          PollRead(p - first);
+          const st_lwPolygon& poly = layer.polygons[p];
+          if (poly.vertexCount < 3)
+            continue;
+          C3DFace& face = out[f];
+          face.SetSize(poly.vertexCount);
+          int* idx = face.GetData();
+          const std::uint32_t* v = layer.Vertices(poly);
+          for (unsigned k = 0; k < poly.vertexCount; ++k) {
+            std::uint32_t lp = v[poly.vertexCount - 1 - k];
+            std::int32_t& mapped = m_pointRemap[lp];
+            if (mapped < 0) {
+              mapped = std::int32_t(order.size());
+              order.push_back(lp);
+            }
+            idx[k] = mapped;
+          }
+          // Surfaces already converted are looked up without the call.
+          const std::uint32_t s = poly.surface;
+          face.SetMaterialID(s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0
+                                 ? unsigned(m_surfaceMaterial[s])
+                                 : GetMaterial(object.get(), s));
+          if (uvwFaces) {
+            CUVWFace& to = uvwFaces->GetFirst()[f];
+            to.SetSize(poly.vertexCount);
+            std::memcpy(to.GetData(), idx, sizeof(int) * poly.vertexCount);
+          }
+          ++f;
+        }
+      },
+      faces.get(), uvwFaces);
   m_runPoints = std::move(order);
 
-  auto points = std::make_unique<C3DPointList>();
-  points->SetSize(int(m_runPoints.size()));
-  C3DPoint* out = points->GetFirst();
-  for (std::size_t i = 0; i < m_runPoints.size(); ++i) {
-    const float* p = layer.points[m_runPoints[i]].pos;
-    out[i].x = p[0];
-    out[i].y = p[1];
-    out[i].z = p[2];
-  }
+  GrowInBlocks(
+      int(m_runPoints.size()),
+      [&](int begin, int blockEnd) {
+        C3DPoint* out = points->GetFirst();
+        for (int i = begin; i < blockEnd; ++i) {
+          const float* at = layer.points[m_runPoints[std::size_t(i)]].pos;
+          out[i].x = at[0];
+          out[i].y = at[1];
+          out[i].z = at[2];
+        }
+      },
+      points.get());
   object->SetPointList(points.release());
   object->SetFaceList(faces.release());
-  CreateUVWChannel(object.get(), layer, first, end, int(faceCount));
+  if (uvw) {
+    FillUVWPoints(*wholeMap, m_runPoints, *uvw->GetUVWPointList());
+    AddUVWChannel(object.get(), std::move(uvw));
+  } else {
+    CreateUVWChannel(object.get(), layer, first, end, int(faceCount));
+  }
   CreateVCChannel(object.get(), layer, first, end, int(faceCount));
   for (std::uint32_t lp : m_runPoints)
     m_pointRemap[lp] = -1;
@@ -555,6 +642,10 @@ void CLightwaveIo::CreateUVWChannel(C3DBaseObject* object, const st_lwLayer& lay
       points[int(i)].SetUV(values[i].v[0], values[i].v[1], values[i].v[2]);
   }
 
+  AddUVWChannel(object, std::move(channel));
+}
+
+void CLightwaveIo::AddUVWChannel(C3DBaseObject* object, std::unique_ptr<CUVWChannel> channel) {
   const unsigned id = channel->GetID();
   object->AddChannel(channel.release());
   if (object->GetGlobalUVWChannel() == kNoChannel)

@@ -18,9 +18,11 @@ namespace meshcore {
 class C3DBaseObject;
 class C3DScene;
 class C3DSceneNode;
+class CUVWChannel;
 struct st_lwObject;
 struct st_lwLayer;
 struct st_lwPolygon;
+struct st_lwVMap;
 
 // Custom-data record that object and layer-group nodes carry, and the layer
 // number + 1 in it.
@@ -60,6 +62,9 @@ protected:
                         std::size_t end, int faceCount);
   void CreateVCChannel(C3DBaseObject* object, const st_lwLayer& layer, std::size_t first,
                        std::size_t end, int faceCount);
+  // Gives a filled texture channel to the object and places the image maps of
+  // the run's materials by it.
+  void AddUVWChannel(C3DBaseObject* object, std::unique_ptr<CUVWChannel> channel);
   C3DSceneNode* CreateNode(C3DScene* scene, C3DBaseObject* object, const st_lwLayer& layer);
 
   // Writing steps: each converts part of the scene into the Lightwave object
@@ -96,6 +101,8 @@ private:
   C3DScene* m_scene = nullptr;
   std::unique_ptr<st_lwObject> m_object;
   const st_lwLayer* m_activeLayer = nullptr;
+  // The active layer's one texture map when it covers every point, else null.
+  const st_lwVMap* m_wholeUVWMap = nullptr;
   std::vector<std::int64_t> m_surfaceMaterial; // surface -> material id, -1 until converted
   std::vector<std::string> m_surfaceUVMap;     // surface -> texture map of its image block
   std::set<std::string> m_materialNames;       // names used so far
