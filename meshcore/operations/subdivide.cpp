@@ -6,13 +6,16 @@
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/operations/detail/progress_scope.h"
 #include "meshcore/platform/cancel.h"
+#include "meshcore/platform/memory.h"
 #include "meshcore/scene/base_object.h"
 #include "meshcore/scene/object_3d.h"
 #include "meshcore/scene/object_creator.h"
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -30,14 +33,37 @@ inline V3 operator*(float s, V3 a) {
   return {s * a.x, s * a.y, s * a.z};
 }
 
+// The working arrays of a pass hold millions of entries that are written
+// before they are read: they take huge pages (a page fault per 4 KB costs as
+// much as the pass itself) and are not zeroed on resize.
+template <class T> struct FlatAllocator {
+  using value_type = T;
+  FlatAllocator() = default;
+  template <class U> FlatAllocator(const FlatAllocator<U>&) {}
+  T* allocate(std::size_t n) {
+    void* p = std::malloc(n * sizeof(T));
+    if (!p)
+      throw std::bad_alloc();
+    AdviseLargeBlock(p, n * sizeof(T));
+    return static_cast<T*>(p);
+  }
+  void deallocate(T* p, std::size_t) { std::free(p); }
+  template <class U> void construct(U* p) { ::new (static_cast<void*>(p)) U; }
+  template <class U, class... Args> void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+  template <class U> bool operator==(const FlatAllocator<U>&) const { return true; }
+};
+template <class T> using Array = std::vector<T, FlatAllocator<T>>;
+
 // The edges of a set of faces of K corners each, given as a flat index array.
 // Edges are numbered in the order in which faces first meet them.
 struct EdgeTable {
-  std::vector<int> faceEdge; // edge of side k (corner k to k + 1) of face r, at r * K + k
-  std::vector<int> a, b;     // ends, smaller first
-  std::vector<int> count;    // number of faces using the edge
-  std::vector<int> f1, f2;   // the first two of those faces
-  std::vector<int> o1,
+  Array<int> faceEdge; // edge of side k (corner k to k + 1) of face r, at r * K + k
+  Array<int> a, b;     // ends, smaller first
+  Array<int> count;    // number of faces using the edge
+  Array<int> f1, f2;   // the first two of those faces
+  Array<int> o1,
       o2; // the corner after the edge in those faces (a triangle's opposite corner)
 
   int Size() const { return static_cast<int>(count.size()); }
@@ -46,12 +72,12 @@ struct EdgeTable {
 // use[r] == 0 leaves face r out (its sides get edge -1). Indices are known to
 // lie in 0..pointCount-1 for the faces used.
 // False when the thread was asked to stop (the table is then incomplete).
-bool BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K, int pointCount,
-                EdgeTable& t, CCancelCheck& cancel) {
+bool BuildEdges(const Array<int>& idx, const Array<char>& use, int K, int pointCount, EdgeTable& t,
+                CCancelCheck& cancel) {
   const std::size_t faces = use.size();
   // Each edge is filed under its smaller end, whose few edges are then scanned:
   // cheaper than hashing, and linear.
-  std::vector<int> start(static_cast<std::size_t>(pointCount) + 1, 0);
+  Array<int> start(static_cast<std::size_t>(pointCount) + 1, 0);
   for (std::size_t r = 0; r < faces; ++r)
     if (use[r])
       for (int k = 0; k < K; ++k) {
@@ -61,7 +87,7 @@ bool BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K
   for (int p = 0; p < pointCount; ++p)
     start[static_cast<std::size_t>(p) + 1] += start[static_cast<std::size_t>(p)];
   const std::size_t total = static_cast<std::size_t>(start[static_cast<std::size_t>(pointCount)]);
-  std::vector<int> other(total), edgeOf(total), used(static_cast<std::size_t>(pointCount), 0);
+  Array<int> other(total), edgeOf(total), used(static_cast<std::size_t>(pointCount), 0);
 
   t = EdgeTable();
   t.faceEdge.assign(faces * K, -1);
@@ -140,8 +166,8 @@ bool ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kep
   const int nPoints = points.GetSize();
   const std::size_t nKept = kept.size();
 
-  std::vector<int> idx(nKept * K, 0);
-  std::vector<char> use(nKept, 0);
+  Array<int> idx(nKept * K, 0);
+  Array<char> use(nKept, 0);
   for (std::size_t r = 0; r < nKept; ++r) {
     const CFace& f = faces[kept[r]];
     // A face flagged excluded passes its flags on and nothing else.
@@ -220,30 +246,30 @@ bool ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kep
 // reads. Only the last pass writes point and face records.
 struct Level {
   int faces = 0, points = 0, edges = 0;
-  std::vector<int> corners;         // corner k of face r at r * K + k
-  std::vector<V3> pos;              // per point
-  std::vector<std::uint32_t> flags; // per point; vertex points carry them on
-  std::vector<int> origin;          // control point of a vertex point, else -1; empty
-                                    // when no control point has custom data to carry
-  std::vector<char> wasBorder;      // per face: an ancestor face was on the border
-  std::vector<int> faceEdge;        // edge of side k of face r at r * K + k
-  std::vector<int> a, b;            // edge ends, smaller first
-  std::vector<int> count;           // faces using the edge
-  std::vector<int> p1, p2;          // for the first two of them: the opposite corner
-                                    // (triangles) or the face (quadrilaterals)
-  std::vector<int> nEdge, nDiag;    // per point: edge and diagonal neighbours
-  std::vector<V3> sumEdge, sumDiag; // and their sums
-  std::vector<V3> centre;           // per face (quadrilaterals)
+  Array<int> corners;         // corner k of face r at r * K + k
+  Array<V3> pos;              // per point
+  Array<std::uint32_t> flags; // per point; vertex points carry them on
+  Array<int> origin;          // control point of a vertex point, else -1; empty
+                              // when no control point has custom data to carry
+  Array<char> wasBorder;      // per face: an ancestor face was on the border
+  Array<int> faceEdge;        // edge of side k of face r at r * K + k
+  Array<int> a, b;            // edge ends, smaller first
+  Array<int> count;           // faces using the edge
+  Array<int> p1, p2;          // for the first two of them: the opposite corner
+                              // (triangles) or the face (quadrilaterals)
+  Array<int> nEdge, nDiag;    // per point: edge and diagonal neighbours
+  Array<V3> sumEdge, sumDiag; // and their sums
+  Array<V3> centre;           // per face (quadrilaterals)
 };
 
 // The faces a pass works on and what their results inherit from them.
 struct Control {
   const C3DPointList* points = nullptr;
   const C3DFaceList* faceList = nullptr;
-  std::vector<int> kept;                // faces of K corners with valid indices
-  std::vector<std::uint32_t> faceFlags; // per kept face
-  std::vector<std::uint32_t> material;  // per kept face
-  bool faceData = false;                // some kept face has custom data
+  std::vector<int> kept;          // faces of K corners with valid indices
+  Array<std::uint32_t> faceFlags; // per kept face
+  Array<std::uint32_t> material;  // per kept face
+  bool faceData = false;          // some kept face has custom data
 };
 
 // Edge and diagonal sums of a level whose edge graph was built by BuildEdges:
@@ -282,8 +308,8 @@ void SumNeighbours(Level& L, int K) {
 // The edge graph of L's faces by searching (any mesh), then the sums.
 bool SearchEdges(Level& L, int K, CCancelCheck& cancel) {
   EdgeTable t;
-  if (!BuildEdges(L.corners, std::vector<char>(static_cast<std::size_t>(L.faces), 1), K, L.points,
-                  t, cancel))
+  if (!BuildEdges(L.corners, Array<char>(static_cast<std::size_t>(L.faces), 1), K, L.points, t,
+                  cancel))
     return false;
   L.edges = t.Size();
   L.faceEdge = std::move(t.faceEdge);
@@ -319,7 +345,7 @@ bool LoadControl(const C3DBaseObject& object, int K, Control& ctl, Level& L, int
   L.faces = static_cast<int>(ctl.kept.size());
   L.points = nPoints;
   L.corners.resize(static_cast<std::size_t>(L.faces) * K);
-  std::vector<char> isUsed(static_cast<std::size_t>(nPoints), 0);
+  Array<char> isUsed(static_cast<std::size_t>(nPoints), 0);
   for (std::size_t r = 0; r < ctl.kept.size(); ++r)
     for (int k = 0; k < K; ++k) {
       const int v = faces[ctl.kept[r]][k];
@@ -445,8 +471,8 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
     out.faces->SetSize(static_cast<int>(4 * nFaces));
   }
 
-  std::vector<int> oldToNew(static_cast<std::size_t>(in.points), -1);
-  std::vector<int> edgeNew(static_cast<std::size_t>(in.edges), -1);
+  Array<int> oldToNew(static_cast<std::size_t>(in.points), -1);
+  Array<int> edgeNew(static_cast<std::size_t>(in.edges), -1);
   int next = 0;
   // A new point of the next level, or its record in the last pass.
   auto emit = [&](V3 p, std::uint32_t flags, int origin) {
