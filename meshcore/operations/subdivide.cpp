@@ -35,16 +35,20 @@ inline V3 operator*(float s, V3 a) {
 
 // The working arrays of a pass hold millions of entries that are written
 // before they are read: they take huge pages (a page fault per 4 KB costs as
-// much as the pass itself) and are not zeroed on resize.
+// much as the pass itself) and are not zeroed on resize. Blocks from kHugeFrom
+// up get the room the advice asks for: only the pages written are backed.
+inline constexpr std::size_t kHugeFrom = std::size_t(1) << 20, kHugeRoom = std::size_t(8) << 20;
 template <class T> struct FlatAllocator {
   using value_type = T;
   FlatAllocator() = default;
   template <class U> FlatAllocator(const FlatAllocator<U>&) {}
   T* allocate(std::size_t n) {
-    void* p = std::malloc(n * sizeof(T));
+    const std::size_t bytes = n * sizeof(T);
+    const std::size_t room = bytes >= kHugeFrom && bytes < kHugeRoom ? kHugeRoom : bytes;
+    void* p = std::malloc(room);
     if (!p)
       throw std::bad_alloc();
-    AdviseLargeBlock(p, n * sizeof(T));
+    AdviseLargeBlock(p, room);
     return static_cast<T*>(p);
   }
   void deallocate(T* p, std::size_t) { std::free(p); }
@@ -241,6 +245,13 @@ bool ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kep
   return true;
 }
 
+// An edge of a level: its ends (smaller first), the number of faces using it
+// and, for the first two of them, the opposite corner (triangles) or the face
+// (quadrilaterals). One record, as a pass reads them together.
+struct LevelEdge {
+  int a, b, count, p1, p2;
+};
+
 // One level of the mesh between passes, as flat arrays: its faces of K
 // corners, its points, the edge graph and the neighbour sums the next pass
 // reads. Only the last pass writes point and face records.
@@ -253,10 +264,7 @@ struct Level {
                               // when no control point has custom data to carry
   Array<char> wasBorder;      // per face: an ancestor face was on the border
   Array<int> faceEdge;        // edge of side k of face r at r * K + k
-  Array<int> a, b;            // edge ends, smaller first
-  Array<int> count;           // faces using the edge
-  Array<int> p1, p2;          // for the first two of them: the opposite corner
-                              // (triangles) or the face (quadrilaterals)
+  Array<LevelEdge> edge;
   Array<int> nEdge, nDiag;    // per point: edge and diagonal neighbours
   Array<V3> sumEdge, sumDiag; // and their sums
   Array<V3> centre;           // per face (quadrilaterals)
@@ -278,8 +286,8 @@ void SumNeighbours(Level& L, int K) {
   L.nEdge.assign(static_cast<std::size_t>(L.points), 0);
   L.sumEdge.assign(static_cast<std::size_t>(L.points), V3{0, 0, 0});
   for (int e = 0; e < L.edges; ++e) {
-    const std::size_t a = static_cast<std::size_t>(L.a[static_cast<std::size_t>(e)]),
-                      b = static_cast<std::size_t>(L.b[static_cast<std::size_t>(e)]);
+    const std::size_t a = static_cast<std::size_t>(L.edge[static_cast<std::size_t>(e)].a),
+                      b = static_cast<std::size_t>(L.edge[static_cast<std::size_t>(e)].b);
     if (a == b)
       continue;
     ++L.nEdge[a];
@@ -313,11 +321,11 @@ bool SearchEdges(Level& L, int K, CCancelCheck& cancel) {
     return false;
   L.edges = t.Size();
   L.faceEdge = std::move(t.faceEdge);
-  L.a = std::move(t.a);
-  L.b = std::move(t.b);
-  L.count = std::move(t.count);
-  L.p1 = std::move(K == 3 ? t.o1 : t.f1);
-  L.p2 = std::move(K == 3 ? t.o2 : t.f2);
+  L.edge.resize(static_cast<std::size_t>(L.edges));
+  const Array<int>& p1 = K == 3 ? t.o1 : t.f1;
+  const Array<int>& p2 = K == 3 ? t.o2 : t.f2;
+  for (std::size_t e = 0; e < L.edge.size(); ++e)
+    L.edge[e] = {t.a[e], t.b[e], t.count[e], p1[e], p2[e]};
   SumNeighbours(L, K);
   return true;
 }
@@ -383,7 +391,7 @@ bool CanDeriveEdges(const Level& L, int K) {
           return false;
   if (K == 3)
     for (std::size_t e = 0; e < static_cast<std::size_t>(L.edges); ++e)
-      if (L.count[e] > 2 || (L.count[e] == 2 && L.p1[e] == L.p2[e]))
+      if (L.edge[e].count > 2 || (L.edge[e].count == 2 && L.edge[e].p1 == L.edge[e].p2))
         return false;
   return true;
 }
@@ -403,9 +411,10 @@ struct Output {
 template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCancelCheck& cancel) {
   // Border marking, as the point and face lists do it from an edge graph.
   for (std::size_t e = 0; e < static_cast<std::size_t>(in.edges); ++e) {
-    const std::uint32_t mark = in.count[e] == 1 ? PT_BORDER : PT_INNER_EDGE;
-    in.flags[static_cast<std::size_t>(in.a[e])] |= mark;
-    in.flags[static_cast<std::size_t>(in.b[e])] |= mark;
+    const LevelEdge& edge = in.edge[e];
+    const std::uint32_t mark = edge.count == 1 ? PT_BORDER : PT_INNER_EDGE;
+    in.flags[static_cast<std::size_t>(edge.a)] |= mark;
+    in.flags[static_cast<std::size_t>(edge.b)] |= mark;
   }
 
   auto vertexRule = [&](std::size_t i) -> V3 {
@@ -424,16 +433,17 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
     }
   };
   auto edgeRule = [&](std::size_t e) -> V3 {
-    const V3 a = in.pos[static_cast<std::size_t>(in.a[e])],
-             b = in.pos[static_cast<std::size_t>(in.b[e])];
-    if (in.count[e] != 2)
+    const LevelEdge& edge = in.edge[e];
+    const V3 a = in.pos[static_cast<std::size_t>(edge.a)],
+             b = in.pos[static_cast<std::size_t>(edge.b)];
+    if (edge.count != 2)
       return 0.5f * (a + b);
     if constexpr (K == 3)
-      return 0.375f * (a + b) + 0.125f * (in.pos[static_cast<std::size_t>(in.p1[e])] +
-                                          in.pos[static_cast<std::size_t>(in.p2[e])]);
+      return 0.375f * (a + b) + 0.125f * (in.pos[static_cast<std::size_t>(edge.p1)] +
+                                          in.pos[static_cast<std::size_t>(edge.p2)]);
     else
-      return 0.25f * (a + b + in.centre[static_cast<std::size_t>(in.p1[e])] +
-                      in.centre[static_cast<std::size_t>(in.p2[e])]);
+      return 0.25f * (a + b + in.centre[static_cast<std::size_t>(edge.p1)] +
+                      in.centre[static_cast<std::size_t>(edge.p2)]);
   };
 
   const std::size_t nFaces = static_cast<std::size_t>(in.faces);
@@ -453,11 +463,7 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
     if (out.derive) {
       nx->edges = static_cast<int>(newEdges);
       nx->faceEdge.resize(4 * nFaces * K);
-      nx->a.resize(newEdges);
-      nx->b.resize(newEdges);
-      nx->count.assign(newEdges, 0);
-      nx->p1.resize(newEdges);
-      nx->p2.resize(newEdges);
+      nx->edge.assign(newEdges, LevelEdge{0, 0, 0, 0, 0});
       nx->nEdge.assign(bound, 0);
       nx->sumEdge.assign(bound, V3{0, 0, 0});
       if (K == 4) {
@@ -497,21 +503,22 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
   auto file = [&](std::size_t f, const int* q, int k, int e) {
     const std::size_t i = static_cast<std::size_t>(e);
     nx->faceEdge[f * K + static_cast<std::size_t>(k)] = e;
-    const int c = ++nx->count[i];
+    LevelEdge& edge = nx->edge[i];
+    const int c = ++edge.count;
     const int other = K == 3 ? q[(k + 2) % K] : static_cast<int>(f);
     if (c == 1) {
       const int u = q[k], v = q[(k + 1) % K];
       const int lo = std::min(u, v), hi = std::max(u, v);
-      nx->a[i] = lo;
-      nx->b[i] = hi;
-      nx->p1[i] = other;
+      edge.a = lo;
+      edge.b = hi;
+      edge.p1 = other;
       const std::size_t l = static_cast<std::size_t>(lo), h = static_cast<std::size_t>(hi);
       ++nx->nEdge[l];
       ++nx->nEdge[h];
       nx->sumEdge[l] = nx->sumEdge[l] + nx->pos[h];
       nx->sumEdge[h] = nx->sumEdge[h] + nx->pos[l];
     } else if (c == 2) {
-      nx->p2[i] = other;
+      edge.p2 = other;
     }
   };
 
@@ -523,7 +530,7 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
     const int* E = &in.faceEdge[r * K];
     bool border = in.wasBorder[r] != 0;
     for (int k = 0; k < K; ++k)
-      border = border || in.count[static_cast<std::size_t>(E[k])] == 1;
+      border = border || in.edge[static_cast<std::size_t>(E[k])].count == 1;
     int nc[K], ne[K];
     for (int k = 0; k < K; ++k) {
       const std::size_t v = static_cast<std::size_t>(c[k]);
@@ -579,7 +586,7 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
         // half at its smaller end first); then each face's inner edges.
         auto half = [&](int k, int corner) {
           const std::size_t e = static_cast<std::size_t>(E[k]);
-          return static_cast<int>(2 * e) + (corner == in.a[e] ? 0 : 1);
+          return static_cast<int>(2 * e) + (corner == in.edge[e].a ? 0 : 1);
         };
         const int inner = 2 * in.edges + K * static_cast<int>(r);
         for (int j = 0; j < K; ++j) {
@@ -613,6 +620,9 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
       }
     } else {
       const std::size_t kept = r >> shift;
+      if (f0 + 64 < 4 * nFaces)
+        for (int j = 0; j < 4; ++j)
+          __builtin_prefetch(&(*out.faces)[static_cast<int>(f0 + 64) + j], 1);
       const std::uint32_t flags = ctl.faceFlags[kept] | (border ? FACE_BORDER : 0u);
       const C3DFace* source = ctl.faceData ? &(*ctl.faceList)[ctl.kept[kept]] : nullptr;
       for (int j = 0; j < 4; ++j) {
