@@ -6,13 +6,16 @@
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/operations/detail/progress_scope.h"
 #include "meshcore/platform/cancel.h"
+#include "meshcore/platform/memory.h"
 #include "meshcore/scene/base_object.h"
 #include "meshcore/scene/object_3d.h"
 #include "meshcore/scene/object_creator.h"
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -30,14 +33,41 @@ inline V3 operator*(float s, V3 a) {
   return {s * a.x, s * a.y, s * a.z};
 }
 
+// The working arrays of a pass hold millions of entries that are written
+// before they are read: they take huge pages (a page fault per 4 KB costs as
+// much as the pass itself) and are not zeroed on resize. Blocks from kHugeFrom
+// up get the room the advice asks for: only the pages written are backed.
+inline constexpr std::size_t kHugeFrom = std::size_t(1) << 20, kHugeRoom = std::size_t(8) << 20;
+template <class T> struct FlatAllocator {
+  using value_type = T;
+  FlatAllocator() = default;
+  template <class U> FlatAllocator(const FlatAllocator<U>&) {}
+  T* allocate(std::size_t n) {
+    const std::size_t bytes = n * sizeof(T);
+    const std::size_t room = bytes >= kHugeFrom && bytes < kHugeRoom ? kHugeRoom : bytes;
+    void* p = std::malloc(room);
+    if (!p)
+      throw std::bad_alloc();
+    AdviseLargeBlock(p, room);
+    return static_cast<T*>(p);
+  }
+  void deallocate(T* p, std::size_t) { std::free(p); }
+  template <class U> void construct(U* p) { ::new (static_cast<void*>(p)) U; }
+  template <class U, class... Args> void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+  template <class U> bool operator==(const FlatAllocator<U>&) const { return true; }
+};
+template <class T> using Array = std::vector<T, FlatAllocator<T>>;
+
 // The edges of a set of faces of K corners each, given as a flat index array.
 // Edges are numbered in the order in which faces first meet them.
 struct EdgeTable {
-  std::vector<int> faceEdge; // edge of side k (corner k to k + 1) of face r, at r * K + k
-  std::vector<int> a, b;     // ends, smaller first
-  std::vector<int> count;    // number of faces using the edge
-  std::vector<int> f1, f2;   // the first two of those faces
-  std::vector<int> o1,
+  Array<int> faceEdge; // edge of side k (corner k to k + 1) of face r, at r * K + k
+  Array<int> a, b;     // ends, smaller first
+  Array<int> count;    // number of faces using the edge
+  Array<int> f1, f2;   // the first two of those faces
+  Array<int> o1,
       o2; // the corner after the edge in those faces (a triangle's opposite corner)
 
   int Size() const { return static_cast<int>(count.size()); }
@@ -46,12 +76,12 @@ struct EdgeTable {
 // use[r] == 0 leaves face r out (its sides get edge -1). Indices are known to
 // lie in 0..pointCount-1 for the faces used.
 // False when the thread was asked to stop (the table is then incomplete).
-bool BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K, int pointCount,
-                EdgeTable& t, CCancelCheck& cancel) {
+bool BuildEdges(const Array<int>& idx, const Array<char>& use, int K, int pointCount, EdgeTable& t,
+                CCancelCheck& cancel) {
   const std::size_t faces = use.size();
   // Each edge is filed under its smaller end, whose few edges are then scanned:
   // cheaper than hashing, and linear.
-  std::vector<int> start(static_cast<std::size_t>(pointCount) + 1, 0);
+  Array<int> start(static_cast<std::size_t>(pointCount) + 1, 0);
   for (std::size_t r = 0; r < faces; ++r)
     if (use[r])
       for (int k = 0; k < K; ++k) {
@@ -61,7 +91,7 @@ bool BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K
   for (int p = 0; p < pointCount; ++p)
     start[static_cast<std::size_t>(p) + 1] += start[static_cast<std::size_t>(p)];
   const std::size_t total = static_cast<std::size_t>(start[static_cast<std::size_t>(pointCount)]);
-  std::vector<int> other(total), edgeOf(total), used(static_cast<std::size_t>(pointCount), 0);
+  Array<int> other(total), edgeOf(total), used(static_cast<std::size_t>(pointCount), 0);
 
   t = EdgeTable();
   t.faceEdge.assign(faces * K, -1);
@@ -112,10 +142,6 @@ bool BuildEdges(const std::vector<int>& idx, const std::vector<char>& use, int K
   return true;
 }
 
-V3 Pos(const C3DPoint& p) {
-  return {p.x, p.y, p.z};
-}
-
 // A channel's value halfway between two of its points, or at the centre of four.
 void Average(const CPt* const* src, int n, CPt& dst) {
   C4DPoint sum;
@@ -144,8 +170,8 @@ bool ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kep
   const int nPoints = points.GetSize();
   const std::size_t nKept = kept.size();
 
-  std::vector<int> idx(nKept * K, 0);
-  std::vector<char> use(nKept, 0);
+  Array<int> idx(nKept * K, 0);
+  Array<char> use(nKept, 0);
   for (std::size_t r = 0; r < nKept; ++r) {
     const CFace& f = faces[kept[r]];
     // A face flagged excluded passes its flags on and nothing else.
@@ -219,221 +245,520 @@ bool ChannelPass(const CChannel& src, CChannel& dst, const std::vector<int>& kep
   return true;
 }
 
-// One pass of Loop (K = 3) or Catmull-Clark (K = 4) on object's faces of K
-// corners; other faces are dropped. False, with the object's lists left in
-// place (only their border flags set), when the thread was asked to stop.
-bool Pass(C3DBaseObject& object, int K, CCancelCheck& cancel) {
-  C3DPointList& points = *object.GetPointList();
-  C3DFaceList& faces = *object.GetFaceList();
-  const int nPoints = points.GetSize();
+// An edge of a level: its ends (smaller first), the number of faces using it
+// and, for the first two of them, the opposite corner (triangles) or the face
+// (quadrilaterals). One record, as a pass reads them together.
+struct LevelEdge {
+  int a, b, count, p1, p2;
+};
 
-  std::vector<int> kept;
-  kept.reserve(static_cast<std::size_t>(faces.GetSize()));
+// One level of the mesh between passes, as flat arrays: its faces of K
+// corners, its points, the edge graph and the neighbour sums the next pass
+// reads. Only the last pass writes point and face records.
+struct Level {
+  int faces = 0, points = 0, edges = 0;
+  Array<int> corners;         // corner k of face r at r * K + k
+  Array<V3> pos;              // per point
+  Array<std::uint32_t> flags; // per point; vertex points carry them on
+  Array<int> origin;          // control point of a vertex point, else -1; empty
+                              // when no control point has custom data to carry
+  Array<char> wasBorder;      // per face: an ancestor face was on the border
+  Array<int> faceEdge;        // edge of side k of face r at r * K + k
+  Array<LevelEdge> edge;
+  Array<int> nEdge, nDiag;    // per point: edge and diagonal neighbours
+  Array<V3> sumEdge, sumDiag; // and their sums
+  Array<V3> centre;           // per face (quadrilaterals)
+};
+
+// The faces a pass works on and what their results inherit from them.
+struct Control {
+  const C3DPointList* points = nullptr;
+  const C3DFaceList* faceList = nullptr;
+  std::vector<int> kept;          // faces of K corners with valid indices
+  Array<std::uint32_t> faceFlags; // per kept face
+  Array<std::uint32_t> material;  // per kept face
+  bool faceData = false;          // some kept face has custom data
+};
+
+// Edge and diagonal sums of a level whose edge graph was built by BuildEdges:
+// edges in the order faces first meet them, diagonals face after face.
+void SumNeighbours(Level& L, int K) {
+  L.nEdge.assign(static_cast<std::size_t>(L.points), 0);
+  L.sumEdge.assign(static_cast<std::size_t>(L.points), V3{0, 0, 0});
+  for (int e = 0; e < L.edges; ++e) {
+    const std::size_t a = static_cast<std::size_t>(L.edge[static_cast<std::size_t>(e)].a),
+                      b = static_cast<std::size_t>(L.edge[static_cast<std::size_t>(e)].b);
+    if (a == b)
+      continue;
+    ++L.nEdge[a];
+    ++L.nEdge[b];
+    L.sumEdge[a] = L.sumEdge[a] + L.pos[b];
+    L.sumEdge[b] = L.sumEdge[b] + L.pos[a];
+  }
+  if (K != 4)
+    return;
+  L.nDiag.assign(static_cast<std::size_t>(L.points), 0);
+  L.sumDiag.assign(static_cast<std::size_t>(L.points), V3{0, 0, 0});
+  L.centre.resize(static_cast<std::size_t>(L.faces));
+  for (std::size_t r = 0; r < static_cast<std::size_t>(L.faces); ++r) {
+    const int* q = &L.corners[r * 4];
+    V3 s{0, 0, 0};
+    for (int k = 0; k < 4; ++k) {
+      const std::size_t v = static_cast<std::size_t>(q[k]);
+      ++L.nDiag[v];
+      L.sumDiag[v] = L.sumDiag[v] + L.pos[static_cast<std::size_t>(q[(k + 2) % 4])];
+      s = s + L.pos[v];
+    }
+    L.centre[r] = 0.25f * s;
+  }
+}
+
+// The edge graph of L's faces by searching (any mesh), then the sums.
+bool SearchEdges(Level& L, int K, CCancelCheck& cancel) {
+  EdgeTable t;
+  if (!BuildEdges(L.corners, Array<char>(static_cast<std::size_t>(L.faces), 1), K, L.points, t,
+                  cancel))
+    return false;
+  L.edges = t.Size();
+  L.faceEdge = std::move(t.faceEdge);
+  L.edge.resize(static_cast<std::size_t>(L.edges));
+  const Array<int>& p1 = K == 3 ? t.o1 : t.f1;
+  const Array<int>& p2 = K == 3 ? t.o2 : t.f2;
+  for (std::size_t e = 0; e < L.edge.size(); ++e)
+    L.edge[e] = {t.a[e], t.b[e], t.count[e], p1[e], p2[e]};
+  SumNeighbours(L, K);
+  return true;
+}
+
+// The faces of K corners of object as level 0. False when the thread was asked to stop.
+bool LoadControl(const C3DBaseObject& object, int K, Control& ctl, Level& L, int& used,
+                 CCancelCheck& cancel) {
+  const C3DPointList& points = *object.GetPointList();
+  const C3DFaceList& faces = *object.GetFaceList();
+  const int nPoints = points.GetSize();
+  ctl.points = &points;
+  ctl.kept.reserve(static_cast<std::size_t>(faces.GetSize()));
   for (int f = 0; f < faces.GetSize(); ++f) {
     const C3DFace& face = faces[f];
     bool ok = face.GetSize() == K;
     for (int k = 0; ok && k < K; ++k)
       ok = face[k] >= 0 && face[k] < nPoints;
-    if (ok)
-      kept.push_back(f);
-  }
-  const std::size_t nKept = kept.size();
-  std::vector<int> idx(nKept * K);
-  for (std::size_t r = 0; r < nKept; ++r)
-    for (int k = 0; k < K; ++k)
-      idx[r * K + k] = faces[kept[r]][k];
-  EdgeTable t;
-  if (!BuildEdges(idx, std::vector<char>(nKept, 1), K, nPoints, t, cancel))
-    return false;
-  const int nEdges = t.Size();
-
-  // Border marking, as the point and face lists do it from an edge graph.
-  std::vector<V3> pos(static_cast<std::size_t>(nPoints));
-  std::vector<char> border(static_cast<std::size_t>(nPoints), 0);
-  for (int p = 0; p < nPoints; ++p) {
-    pos[static_cast<std::size_t>(p)] = Pos(points[p]);
-    border[static_cast<std::size_t>(p)] = points[p].IsFlagSet(PT_BORDER);
-  }
-  for (int e = 0; e < nEdges; ++e) {
-    const bool isBorder = t.count[static_cast<std::size_t>(e)] == 1;
-    for (int end : {t.a[static_cast<std::size_t>(e)], t.b[static_cast<std::size_t>(e)]}) {
-      points[end].SetFlag(isBorder ? PT_BORDER : PT_INNER_EDGE, 1);
-      if (isBorder)
-        border[static_cast<std::size_t>(end)] = 1;
-    }
-  }
-  for (std::size_t r = 0; r < nKept; ++r)
-    for (int k = 0; k < K; ++k)
-      if (t.count[static_cast<std::size_t>(t.faceEdge[r * K + k])] == 1)
-        faces[kept[r]].SetFlag(FACE_BORDER, 1);
-
-  // Neighbour sums: along edges, and (quadrilaterals) across faces.
-  std::vector<int> nEdge(static_cast<std::size_t>(nPoints), 0);
-  std::vector<V3> sumEdge(static_cast<std::size_t>(nPoints), V3{0, 0, 0});
-  for (int e = 0; e < nEdges; ++e) {
-    const int a = t.a[static_cast<std::size_t>(e)], b = t.b[static_cast<std::size_t>(e)];
-    if (a == b)
+    if (!ok)
       continue;
-    ++nEdge[static_cast<std::size_t>(a)];
-    ++nEdge[static_cast<std::size_t>(b)];
-    sumEdge[static_cast<std::size_t>(a)] =
-        sumEdge[static_cast<std::size_t>(a)] + pos[static_cast<std::size_t>(b)];
-    sumEdge[static_cast<std::size_t>(b)] =
-        sumEdge[static_cast<std::size_t>(b)] + pos[static_cast<std::size_t>(a)];
+    ctl.kept.push_back(f);
+    ctl.faceFlags.push_back(face.GetFlags());
+    ctl.material.push_back(face.GetMaterialID());
+    ctl.faceData = ctl.faceData || face.GetCustomData();
   }
-  std::vector<int> nDiag;
-  std::vector<V3> sumDiag, centre;
-  if (K == 4) {
-    nDiag.assign(static_cast<std::size_t>(nPoints), 0);
-    sumDiag.assign(static_cast<std::size_t>(nPoints), V3{0, 0, 0});
-    centre.resize(nKept);
-    for (std::size_t r = 0; r < nKept; ++r) {
-      const int* q = &idx[r * 4];
-      V3 s{0, 0, 0};
-      for (int k = 0; k < 4; ++k) {
-        const std::size_t v = static_cast<std::size_t>(q[k]);
-        ++nDiag[v];
-        sumDiag[v] = sumDiag[v] + pos[static_cast<std::size_t>(q[(k + 2) % 4])];
-        s = s + pos[v];
-      }
-      centre[r] = 0.25f * s;
+  L.faces = static_cast<int>(ctl.kept.size());
+  L.points = nPoints;
+  L.corners.resize(static_cast<std::size_t>(L.faces) * K);
+  Array<char> isUsed(static_cast<std::size_t>(nPoints), 0);
+  for (std::size_t r = 0; r < ctl.kept.size(); ++r)
+    for (int k = 0; k < K; ++k) {
+      const int v = faces[ctl.kept[r]][k];
+      L.corners[r * K + k] = v;
+      used += !isUsed[static_cast<std::size_t>(v)];
+      isUsed[static_cast<std::size_t>(v)] = 1;
     }
+  L.pos.resize(static_cast<std::size_t>(nPoints));
+  L.flags.resize(static_cast<std::size_t>(nPoints));
+  bool pointData = false;
+  for (int p = 0; p < nPoints; ++p) {
+    const C3DPoint& pt = points[p];
+    L.pos[static_cast<std::size_t>(p)] = V3{pt.x, pt.y, pt.z};
+    L.flags[static_cast<std::size_t>(p)] = pt.GetFlags();
+    pointData = pointData || pt.GetCustomData();
+  }
+  if (pointData) {
+    L.origin.resize(static_cast<std::size_t>(nPoints));
+    for (int p = 0; p < nPoints; ++p)
+      L.origin[static_cast<std::size_t>(p)] = p;
+  }
+  L.wasBorder.assign(static_cast<std::size_t>(L.faces), 0);
+  return SearchEdges(L, K, cancel);
+}
+
+// Whether the edge graph of every later level follows from the one before
+// without searching: it does when no face repeats a corner and, for
+// triangles, no two faces share two edges (nor more than two faces an edge,
+// which keeps the test simple).
+bool CanDeriveEdges(const Level& L, int K) {
+  for (std::size_t r = 0; r < static_cast<std::size_t>(L.faces); ++r)
+    for (int i = 0; i < K; ++i)
+      for (int j = i + 1; j < K; ++j)
+        if (L.corners[r * K + i] == L.corners[r * K + j])
+          return false;
+  if (K == 3)
+    for (std::size_t e = 0; e < static_cast<std::size_t>(L.edges); ++e)
+      if (L.edge[e].count > 2 || (L.edge[e].count == 2 && L.edge[e].p1 == L.edge[e].p2))
+        return false;
+  return true;
+}
+
+// Where a pass puts its result: the next level's flat arrays, or (the last
+// pass) new point and face records.
+struct Output {
+  Level* next = nullptr;
+  bool derive = false; // next's edge graph and sums are built along the way
+  C3DPointList* points = nullptr;
+  C3DFaceList* faces = nullptr;
+  int levelIndex = 0; // of the pass's input: its face r comes from kept face r >> 2 * levelIndex
+};
+
+// One Loop (K = 3) or Catmull-Clark (K = 4) pass from in. False when the
+// thread was asked to stop.
+template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCancelCheck& cancel) {
+  // Border marking, as the point and face lists do it from an edge graph.
+  for (std::size_t e = 0; e < static_cast<std::size_t>(in.edges); ++e) {
+    const LevelEdge& edge = in.edge[e];
+    const std::uint32_t mark = edge.count == 1 ? PT_BORDER : PT_INNER_EDGE;
+    in.flags[static_cast<std::size_t>(edge.a)] |= mark;
+    in.flags[static_cast<std::size_t>(edge.b)] |= mark;
   }
 
-  auto vertexRule = [&](int v) -> V3 {
-    const std::size_t i = static_cast<std::size_t>(v);
-    const int n = nEdge[i];
-    if (border[i] || n == 0)
-      return pos[i];
+  auto vertexRule = [&](std::size_t i) -> V3 {
+    const int n = in.nEdge[i];
+    if ((in.flags[i] & PT_BORDER) || n == 0)
+      return in.pos[i];
     const float fn = static_cast<float>(n);
-    if (K == 3) {
+    if constexpr (K == 3) {
       const float beta = n == 3 ? 0.1875f : 0.375f / fn;
-      return (1.0f - fn * beta) * pos[i] + beta * sumEdge[i];
+      return (1.0f - fn * beta) * in.pos[i] + beta * in.sumEdge[i];
+    } else {
+      if (in.nDiag[i] != n)
+        return in.pos[i]; // not a closed fan of quadrilaterals
+      return (1.0f - 1.5f / fn - 0.25f / fn) * in.pos[i] + (1.5f / fn) / fn * in.sumEdge[i] +
+             (0.25f / fn) / fn * in.sumDiag[i];
     }
-    if (nDiag[i] != n)
-      return pos[i]; // not a closed fan of quadrilaterals
-    return (1.0f - 1.5f / fn - 0.25f / fn) * pos[i] + (1.5f / fn) / fn * sumEdge[i] +
-           (0.25f / fn) / fn * sumDiag[i];
   };
-  auto edgeRule = [&](int e) -> V3 {
-    const std::size_t i = static_cast<std::size_t>(e);
-    const V3 a = pos[static_cast<std::size_t>(t.a[i])], b = pos[static_cast<std::size_t>(t.b[i])];
-    if (t.count[i] != 2)
+  auto edgeRule = [&](std::size_t e) -> V3 {
+    const LevelEdge& edge = in.edge[e];
+    const V3 a = in.pos[static_cast<std::size_t>(edge.a)],
+             b = in.pos[static_cast<std::size_t>(edge.b)];
+    if (edge.count != 2)
       return 0.5f * (a + b);
-    if (K == 3)
-      return 0.375f * (a + b) + 0.125f * (pos[static_cast<std::size_t>(t.o1[i])] +
-                                          pos[static_cast<std::size_t>(t.o2[i])]);
-    return 0.25f * (a + b + centre[static_cast<std::size_t>(t.f1[i])] +
-                    centre[static_cast<std::size_t>(t.f2[i])]);
+    if constexpr (K == 3)
+      return 0.375f * (a + b) + 0.125f * (in.pos[static_cast<std::size_t>(edge.p1)] +
+                                          in.pos[static_cast<std::size_t>(edge.p2)]);
+    else
+      return 0.25f * (a + b + in.centre[static_cast<std::size_t>(edge.p1)] +
+                      in.centre[static_cast<std::size_t>(edge.p2)]);
   };
 
-  if (cancel.Check())
-    return false;
-  std::unique_ptr<C3DPointList> newPointsOwner(new C3DPointList);
-  std::unique_ptr<C3DFaceList> newFacesOwner(new C3DFaceList);
-  C3DPointList* newPoints = newPointsOwner.get();
-  C3DFaceList* newFaces = newFacesOwner.get();
-  newPoints->SetSize(nPoints + nEdges + (K == 4 ? static_cast<int>(nKept) : 0));
-  newFaces->SetSize(static_cast<int>(nKept * 4));
-  std::vector<int> oldToNew(static_cast<std::size_t>(nPoints), -1);
-  std::vector<int> edgeNew(static_cast<std::size_t>(nEdges), -1);
+  const std::size_t nFaces = static_cast<std::size_t>(in.faces);
+  const std::size_t bound = static_cast<std::size_t>(in.points) +
+                            static_cast<std::size_t>(in.edges) + (K == 4 ? nFaces : 0);
+  const std::size_t newEdges = 2 * static_cast<std::size_t>(in.edges) + K * nFaces;
+  Level* nx = out.next;
+  const bool carryOrigin = !in.origin.empty();
+  if (nx) {
+    nx->faces = static_cast<int>(4 * nFaces);
+    nx->corners.resize(4 * nFaces * K);
+    nx->wasBorder.resize(4 * nFaces);
+    nx->pos.resize(bound);
+    nx->flags.resize(bound);
+    if (carryOrigin)
+      nx->origin.resize(bound);
+    if (out.derive) {
+      nx->edges = static_cast<int>(newEdges);
+      nx->faceEdge.resize(4 * nFaces * K);
+      nx->edge.assign(newEdges, LevelEdge{0, 0, 0, 0, 0});
+      nx->nEdge.assign(bound, 0);
+      nx->sumEdge.assign(bound, V3{0, 0, 0});
+      if (K == 4) {
+        nx->nDiag.assign(bound, 0);
+        nx->sumDiag.assign(bound, V3{0, 0, 0});
+        nx->centre.resize(4 * nFaces);
+      }
+    }
+  } else {
+    out.points->SetSize(static_cast<int>(bound));
+    out.faces->SetSize(static_cast<int>(4 * nFaces));
+  }
+
+  Array<int> oldToNew(static_cast<std::size_t>(in.points), -1);
+  Array<int> edgeNew(static_cast<std::size_t>(in.edges), -1);
   int next = 0;
-  auto place = [&](int to, V3 p) {
-    C3DPoint& d = (*newPoints)[to];
+  // A new point of the next level, or its record in the last pass.
+  auto emit = [&](V3 p, std::uint32_t flags, int origin) {
+    const std::size_t to = static_cast<std::size_t>(next++);
+    if (nx) {
+      nx->pos[to] = p;
+      nx->flags[to] = flags;
+      if (carryOrigin)
+        nx->origin[to] = origin;
+      return;
+    }
+    C3DPoint& d = (*out.points)[static_cast<int>(to)];
+    if (origin >= 0)
+      d = (*ctl.points)[origin]; // custom data comes along
+    d.SetFlags(flags);
     d.x = p.x;
     d.y = p.y;
     d.z = p.z;
   };
-  for (std::size_t r = 0; r < nKept; ++r) {
+  // Files side k of new face f (corners q) under edge e of the next level,
+  // and adds the edge's ends to each other's sums when it is new.
+  auto file = [&](std::size_t f, const int* q, int k, int e) {
+    const std::size_t i = static_cast<std::size_t>(e);
+    nx->faceEdge[f * K + static_cast<std::size_t>(k)] = e;
+    LevelEdge& edge = nx->edge[i];
+    const int c = ++edge.count;
+    const int other = K == 3 ? q[(k + 2) % K] : static_cast<int>(f);
+    if (c == 1) {
+      const int u = q[k], v = q[(k + 1) % K];
+      const int lo = std::min(u, v), hi = std::max(u, v);
+      edge.a = lo;
+      edge.b = hi;
+      edge.p1 = other;
+      const std::size_t l = static_cast<std::size_t>(lo), h = static_cast<std::size_t>(hi);
+      ++nx->nEdge[l];
+      ++nx->nEdge[h];
+      nx->sumEdge[l] = nx->sumEdge[l] + nx->pos[h];
+      nx->sumEdge[h] = nx->sumEdge[h] + nx->pos[l];
+    } else if (c == 2) {
+      edge.p2 = other;
+    }
+  };
+
+  const int shift = 2 * out.levelIndex;
+  for (std::size_t r = 0; r < nFaces; ++r) {
     if (cancel.Tick())
       return false;
-    const C3DFace& old = faces[kept[r]];
-    int c[4] = {0, 0, 0, 0}, e[4] = {0, 0, 0, 0};
+    const int* c = &in.corners[r * K];
+    const int* E = &in.faceEdge[r * K];
+    bool border = in.wasBorder[r] != 0;
+    for (int k = 0; k < K; ++k)
+      border = border || in.edge[static_cast<std::size_t>(E[k])].count == 1;
+    int nc[K], ne[K];
     for (int k = 0; k < K; ++k) {
-      const int v = idx[r * K + k];
-      int& to = oldToNew[static_cast<std::size_t>(v)];
+      const std::size_t v = static_cast<std::size_t>(c[k]);
+      int& to = oldToNew[v];
       if (to < 0) {
-        to = next++;
-        (*newPoints)[to] = points[v]; // flags and custom data come along
-        place(to, vertexRule(v));
+        to = next;
+        emit(vertexRule(v), in.flags[v], carryOrigin ? in.origin[v] : -1);
       }
-      c[k] = to;
+      nc[k] = to;
     }
     for (int k = 0; k < K; ++k) {
-      const int edge = t.faceEdge[r * K + k];
-      int& to = edgeNew[static_cast<std::size_t>(edge)];
+      int& to = edgeNew[static_cast<std::size_t>(E[k])];
       if (to < 0) {
-        to = next++;
-        place(to, edgeRule(edge));
+        to = next;
+        emit(edgeRule(static_cast<std::size_t>(E[k])), 0, -1);
       }
-      e[k] = to;
+      ne[k] = to;
     }
-    C3DFace* out = &(*newFaces)[static_cast<int>(r * 4)];
-    for (int j = 0; j < 4; ++j)
-      out[j].InheritFlags(old);
-    if (K == 3) {
-      out[0].SetTriangle(c[0], e[0], e[2]);
-      out[1].SetTriangle(c[1], e[1], e[0]);
-      out[2].SetTriangle(c[2], e[2], e[1]);
-      out[3].SetTriangle(e[0], e[1], e[2]);
+    int fp = 0;
+    if constexpr (K == 4) {
+      fp = next;
+      emit(in.centre[r], 0, -1);
+    }
+    // The four new faces: triangles (c0, e0, e2), (c1, e1, e0), (c2, e2, e1),
+    // (e0, e1, e2); quadrilaterals (ck, ek, face point, ek-1).
+    int q[4][K];
+    for (int j = 0; j < K; ++j) {
+      const int prev = ne[(j + K - 1) % K];
+      if constexpr (K == 3) {
+        q[j][0] = nc[j];
+        q[j][1] = ne[j];
+        q[j][2] = prev;
+      } else {
+        q[j][0] = nc[j];
+        q[j][1] = ne[j];
+        q[j][2] = fp;
+        q[j][3] = prev;
+      }
+    }
+    if constexpr (K == 3) {
+      q[3][0] = ne[0];
+      q[3][1] = ne[1];
+      q[3][2] = ne[2];
+    }
+    const std::size_t f0 = 4 * r;
+    if (nx) {
+      for (int j = 0; j < 4; ++j) {
+        std::copy(q[j], q[j] + K, &nx->corners[(f0 + j) * K]);
+        nx->wasBorder[f0 + j] = border;
+      }
+      if (out.derive) {
+        // Each old edge splits in two halves, numbered after the edge (the
+        // half at its smaller end first); then each face's inner edges.
+        auto half = [&](int k, int corner) {
+          const std::size_t e = static_cast<std::size_t>(E[k]);
+          return static_cast<int>(2 * e) + (corner == in.edge[e].a ? 0 : 1);
+        };
+        const int inner = 2 * in.edges + K * static_cast<int>(r);
+        for (int j = 0; j < K; ++j) {
+          const int prevSide = (j + K - 1) % K;
+          file(f0 + j, q[j], 0, half(j, c[j]));
+          file(f0 + j, q[j], 1, inner + j);
+          if constexpr (K == 3) {
+            file(f0 + j, q[j], 2, half(prevSide, c[j]));
+          } else {
+            file(f0 + j, q[j], 2, inner + prevSide);
+            file(f0 + j, q[j], 3, half(prevSide, c[j]));
+          }
+        }
+        if constexpr (K == 3) {
+          file(f0 + 3, q[3], 0, inner + 1);
+          file(f0 + 3, q[3], 1, inner + 2);
+          file(f0 + 3, q[3], 2, inner);
+        } else {
+          for (int j = 0; j < 4; ++j) {
+            V3 s{0, 0, 0};
+            for (int k = 0; k < 4; ++k) {
+              const std::size_t v = static_cast<std::size_t>(q[j][k]);
+              ++nx->nDiag[v];
+              nx->sumDiag[v] =
+                  nx->sumDiag[v] + nx->pos[static_cast<std::size_t>(q[j][(k + 2) % 4])];
+              s = s + nx->pos[v];
+            }
+            nx->centre[f0 + j] = 0.25f * s;
+          }
+        }
+      }
     } else {
-      const int fp = next++;
-      place(fp, centre[r]);
-      for (int k = 0; k < 4; ++k) {
-        C3DFace& q = out[k];
-        q.SetSize(4);
-        q[0] = c[k];
-        q[1] = e[k];
-        q[2] = fp;
-        q[3] = e[(k + 3) % 4];
+      const std::size_t kept = r >> shift;
+      if (f0 + 64 < 4 * nFaces)
+        for (int j = 0; j < 4; ++j)
+          __builtin_prefetch(&(*out.faces)[static_cast<int>(f0 + 64) + j], 1);
+      const std::uint32_t flags = ctl.faceFlags[kept] | (border ? FACE_BORDER : 0u);
+      const C3DFace* source = ctl.faceData ? &(*ctl.faceList)[ctl.kept[kept]] : nullptr;
+      for (int j = 0; j < 4; ++j) {
+        C3DFace& face = (*out.faces)[static_cast<int>(f0) + j];
+        if (source && source->GetCustomData())
+          face.InheritFlags(*source);
+        face.SetFlags(flags);
+        face.SetMaterialID(ctl.material[kept]);
+        face.SetSize(K); // clears FACE_INVALID, as any face of K >= 3 corners
+        int* d = face.GetData();
+        for (int k = 0; k < K; ++k)
+          d[k] = q[j][k];
       }
     }
   }
-  newPoints->SetSize(next);
-
-  std::unique_ptr<CDependentChannels> newChannelsOwner(new CDependentChannels);
-  CDependentChannels* newChannels = newChannelsOwner.get();
-  if (CDependentChannels* channels = object.GetChannels())
-    for (int i = 0; i < channels->GetSize(); ++i) {
-      const CChannel* ch = channels->GetChannel(i);
-      if (!ch || (ch->GetType() != CHANNEL_UVW && ch->GetType() != CHANNEL_VC))
-        continue; // normals are rebuilt on demand
-      std::unique_ptr<CChannel> copy(ch->InitFrom(CHANNEL_COPY_KEEP_ID));
-      if (!copy)
-        continue;
-      // A channel without faces parallel to the mesh (one value per point, say)
-      // has nothing to split along: it stays, empty.
-      if (ch->GetFaceList() && ch->GetPointList() && copy->GetFaceList() && copy->GetPointList() &&
-          ch->GetFaceList()->GetSize() == faces.GetSize())
-        if (!ChannelPass(*ch, *copy, kept, K, cancel))
-          return false;
-      newChannels->AddChannel(copy.release());
-    }
-
-  delete object.GetPointList();
-  delete object.GetFaceList();
-  delete object.GetChannels();
-  object.SetPointList(newPointsOwner.release());
-  object.SetFaceList(newFacesOwner.release());
-  object.SetChannels(newChannelsOwner.release());
-  object.InvalidateBoundingBoxes();
+  if (nx) {
+    nx->points = next;
+    for (auto* v : {&nx->nEdge, &nx->nDiag})
+      if (!v->empty())
+        v->resize(static_cast<std::size_t>(next));
+    nx->pos.resize(static_cast<std::size_t>(next));
+    nx->flags.resize(static_cast<std::size_t>(next));
+    if (carryOrigin)
+      nx->origin.resize(static_cast<std::size_t>(next));
+  } else {
+    out.points->SetSize(next);
+  }
   return true;
 }
 
-// False when the thread was asked to stop; the object then holds the result
-// of the passes completed before.
-bool Passes(C3DBaseObject& object, int level, int K, CCancelCheck& cancel) {
-  if (!object.GetPointList() || !object.GetFaceList())
+// The channels of object after `passes` passes: texture and colour channels
+// are split with the mesh (kept are the mesh faces the first pass used);
+// other kinds are left out, normals being rebuilt on demand.
+bool ChannelPasses(const C3DBaseObject& object, const std::vector<int>& kept, int passes, int K,
+                   CDependentChannels& result, CCancelCheck& cancel) {
+  const CDependentChannels* channels = object.GetChannels();
+  if (!channels)
     return true;
-  for (int i = 0; i < level; ++i) {
-    // Lists count their elements in ints: stop before a pass would overflow them.
-    const long long faces = object.GetFaceList()->GetSize();
-    const long long points = object.GetPointList()->GetSize();
-    if (faces * 4 > INT_MAX || points + faces * (K + 1) > INT_MAX)
-      return true;
-    if (!Pass(object, K, cancel))
-      return false;
+  std::vector<int> all; // after the first pass every face is used, in order
+  for (int i = 0; i < channels->GetSize(); ++i) {
+    const CChannel* ch = channels->GetChannel(i);
+    if (!ch || (ch->GetType() != CHANNEL_UVW && ch->GetType() != CHANNEL_VC))
+      continue;
+    std::unique_ptr<CChannel> cur;
+    long long meshFaces = object.GetFaceList()->GetSize();
+    bool dropped = false;
+    for (int p = 0; p < passes && !dropped; ++p) {
+      const CChannel* src = p == 0 ? ch : cur.get();
+      std::unique_ptr<CChannel> copy(src->InitFrom(CHANNEL_COPY_KEEP_ID));
+      if (!copy) {
+        dropped = true;
+        break;
+      }
+      // A channel without faces parallel to the mesh (one value per point, say)
+      // has nothing to split along: it stays, empty.
+      if (src->GetFaceList() && src->GetPointList() && copy->GetFaceList() &&
+          copy->GetPointList() && src->GetFaceList()->GetSize() == meshFaces) {
+        const std::vector<int>* used = &kept;
+        if (p > 0) {
+          all.resize(static_cast<std::size_t>(meshFaces));
+          for (std::size_t f = 0; f < all.size(); ++f)
+            all[f] = static_cast<int>(f);
+          used = &all;
+        }
+        if (!ChannelPass(*src, *copy, *used, K, cancel))
+          return false;
+      }
+      cur = std::move(copy);
+      meshFaces = static_cast<long long>(kept.size()) << (2 * (p + 1));
+    }
+    if (!dropped && cur)
+      result.AddChannel(cur.release());
   }
+  return true;
+}
+
+// Lists count their elements in ints: no pass is made that would overflow them.
+bool PassFits(long long faces, long long points, int K) {
+  return faces * 4 <= INT_MAX && points + faces * (K + 1) <= INT_MAX;
+}
+
+// level passes of K on object's faces of K corners (other faces are dropped),
+// replacing its lists and channels. False when the thread was asked to stop:
+// the object is then left as it was.
+template <int K> bool Passes(C3DBaseObject& object, int level, CCancelCheck& cancel) {
+  if (!object.GetPointList() || !object.GetFaceList() || level < 1 ||
+      !PassFits(object.GetFaceList()->GetSize(), object.GetPointList()->GetSize(), K))
+    return true;
+  Control ctl;
+  ctl.faceList = object.GetFaceList();
+  Level cur;
+  int used = 0;
+  if (!LoadControl(object, K, ctl, cur, used, cancel))
+    return false;
+  // Deriving pays off from the second pass on.
+  const bool derive = level > 1 && CanDeriveEdges(cur, K);
+
+  auto newPoints = std::make_unique<C3DPointList>();
+  auto newFaces = std::make_unique<C3DFaceList>();
+  int passes = 0;
+  for (int p = 1;; ++p) {
+    const long long faces = 4LL * cur.faces;
+    const long long points = static_cast<long long>(used) + cur.edges + (K == 4 ? cur.faces : 0);
+    Output out;
+    out.levelIndex = p - 1;
+    if (p == level || !PassFits(faces, points, K)) {
+      out.points = newPoints.get();
+      out.faces = newFaces.get();
+      if (!RunPass<K>(cur, ctl, out, cancel))
+        return false;
+      passes = p;
+      break;
+    }
+    Level next;
+    out.next = &next;
+    out.derive = derive;
+    if (!RunPass<K>(cur, ctl, out, cancel))
+      return false;
+    if (derive ? cancel.Advance(static_cast<std::uint64_t>(next.faces))
+               : !SearchEdges(next, K, cancel))
+      return false;
+    cur = std::move(next);
+    used = cur.points;
+  }
+  cur = Level();
+
+  auto newChannels = std::make_unique<CDependentChannels>();
+  if (!ChannelPasses(object, ctl.kept, passes, K, *newChannels, cancel))
+    return false;
+  delete object.GetPointList();
+  delete object.GetFaceList();
+  delete object.GetChannels();
+  object.SetPointList(newPoints.release());
+  object.SetFaceList(newFaces.release());
+  object.SetChannels(newChannels.release());
+  object.InvalidateBoundingBoxes();
   return true;
 }
 
@@ -479,8 +804,8 @@ std::unique_ptr<C3DObject> Subdivided(const C3DBaseObject& source, int level, bo
   for (int i = 0; i < level; ++i, faces *= 4)
     total += 2 * faces;
   cancel.SetTotal(total);
-  if ((parts[0] && !Passes(*parts[0], level, 3, cancel)) ||
-      (parts[1] && !Passes(*parts[1], level, 4, cancel)) || cancel.Check()) {
+  if ((parts[0] && !Passes<3>(*parts[0], level, cancel)) ||
+      (parts[1] && !Passes<4>(*parts[1], level, cancel)) || cancel.Check()) {
     cancelled = true;
     return nullptr;
   }
@@ -505,11 +830,11 @@ std::unique_ptr<C3DObject> Subdivided(const C3DBaseObject& source, int level, bo
 
 void Subdivide3(C3DBaseObject& object, int level) {
   CCancelCheck cancel;
-  Passes(object, level, 3, cancel);
+  Passes<3>(object, level, cancel);
 }
 void Subdivide4(C3DBaseObject& object, int level) {
   CCancelCheck cancel;
-  Passes(object, level, 4, cancel);
+  Passes<4>(object, level, cancel);
 }
 
 int SubdivideObject(C3DBaseObject& object, int level) {

@@ -17,7 +17,8 @@ class CDependentChannels;
 // level Loop passes on an object made of triangles only, in place: the
 // object's lists and channels are replaced by new ones (normal channels are
 // not carried; texture and colour channels without faces parallel to the mesh
-// come through empty). Faces of other sizes are dropped. A level below 1 does nothing.
+// come through empty). Faces of other sizes are dropped. A level below 1 does
+// nothing, and so does a cancel request of the calling thread (SetCancel).
 void Subdivide3(C3DBaseObject& object, int level);
 // The same with Catmull-Clark passes on an object made of quadrilaterals only.
 void Subdivide4(C3DBaseObject& object, int level);

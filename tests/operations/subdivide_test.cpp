@@ -241,6 +241,96 @@ TEST(Subdivide, ExcludedFacesAndPerPointChannels) {
   EXPECT_EQ(tag, 7);
 }
 
+// Two passes in one call build the second pass's edges from the first pass's
+// instead of searching them again; they must give exactly what two calls of
+// one pass give, for meshes that allow it and for those that do not
+// (duplicated faces, a face repeating a corner, an edge of three faces).
+TEST(Subdivide, TwoPassesInOneCallEqualTwoCalls) {
+  auto bumpyGrid = [](bool triangles, bool dirty) {
+    const int n = 4;
+    std::vector<P3> pts;
+    for (int j = 0; j <= n; ++j)
+      for (int i = 0; i <= n; ++i)
+        pts.push_back({static_cast<float>(i), static_cast<float>(j),
+                       static_cast<float>((i * 7 + j * 3) % 5) * 0.1f});
+    pts.push_back({2, 2, 3});
+    test::Faces faces;
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) {
+        if (i == 2 && j == 1)
+          continue; // a hole: inner border points
+        const int a = j * (n + 1) + i, b = a + 1, c = a + n + 2, d = a + n + 1;
+        if (triangles) {
+          faces.push_back({a, b, c});
+          faces.push_back({a, c, d});
+        } else {
+          faces.push_back({a, b, c, d});
+        }
+      }
+    if (dirty) {
+      const int apex = (n + 1) * (n + 1);
+      if (triangles) {
+        faces.push_back({0, 6, 1});    // the first face again, reversed
+        faces.push_back({6, 7, apex}); // a third face on edge 6-7
+        faces.push_back({12, 12, 13});
+      } else {
+        faces.push_back({0, 5, 6, 6});
+        faces.push_back({6, 7, apex, 11});
+      }
+    }
+    auto obj = MakeMesh(pts, faces);
+    C3DPointList& pl = *obj->GetPointList();
+    pl[7].SetFlag(PT_SELECTED, 1);
+    pl[12].GetCustomData(1)->SetInt(1, 12);
+    C3DFaceList& fl = *obj->GetFaceList();
+    fl[3].SetMaterialID(4);
+    fl[3].SetFlag(FACE_SELECTED, 1);
+    fl[5].GetCustomData(1)->SetInt(2, 5);
+    std::vector<std::array<float, 2>> uv;
+    for (const P3& p : pts)
+      uv.push_back({p[0] / 4, p[1] / 4});
+    obj->AddChannel(test::MakeUVW(uv, faces));
+    return obj;
+  };
+  for (const bool triangles : {true, false})
+    for (const bool dirty : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "triangles " << triangles << ", dirty " << dirty);
+      auto once = bumpyGrid(triangles, dirty), twice = bumpyGrid(triangles, dirty);
+      if (triangles) {
+        Subdivide3(*once, 2);
+        Subdivide3(*twice, 1);
+        Subdivide3(*twice, 1);
+      } else {
+        Subdivide4(*once, 2);
+        Subdivide4(*twice, 1);
+        Subdivide4(*twice, 1);
+      }
+      const C3DPointList& p1 = *once->GetPointList();
+      const C3DPointList& p2 = *twice->GetPointList();
+      ASSERT_EQ(p1.GetSize(), p2.GetSize());
+      for (int i = 0; i < p1.GetSize(); ++i) {
+        ASSERT_EQ(test::At(*once, i), test::At(*twice, i)) << "point " << i;
+        ASSERT_EQ(p1[i].GetFlags(), p2[i].GetFlags()) << "point " << i;
+        ASSERT_EQ(p1[i].GetCustomData() != nullptr, p2[i].GetCustomData() != nullptr) << i;
+      }
+      const C3DFaceList& f1 = *once->GetFaceList();
+      const C3DFaceList& f2 = *twice->GetFaceList();
+      ASSERT_EQ(f1.GetSize(), f2.GetSize());
+      for (int f = 0; f < f1.GetSize(); ++f) {
+        ASSERT_EQ(test::Indices(f1[f]), test::Indices(f2[f])) << "face " << f;
+        ASSERT_EQ(f1[f].GetFlags(), f2[f].GetFlags()) << "face " << f;
+        ASSERT_EQ(f1[f].GetMaterialID(), f2[f].GetMaterialID()) << "face " << f;
+        ASSERT_EQ(f1[f].GetCustomData() != nullptr, f2[f].GetCustomData() != nullptr) << f;
+      }
+      const CChannel& uv1 = *once->GetChannels()->GetChannel(0);
+      const CChannel& uv2 = *twice->GetChannels()->GetChannel(0);
+      ASSERT_EQ(uv1.GetFaceList()->GetSize(), f1.GetSize());
+      ASSERT_EQ(uv1.GetPointList()->GetSize(), uv2.GetPointList()->GetSize());
+      for (int f = 0; f < f1.GetSize(); ++f)
+        ASSERT_EQ(test::Indices((*uv1.GetFaceList())[f]), test::Indices((*uv2.GetFaceList())[f]));
+    }
+}
+
 TEST(PatchLevel, SetLevelKeepsTheControlMeshAndGoesBack) {
   C3DPatch patch;
   patch.SetPointList(new C3DPointList);
