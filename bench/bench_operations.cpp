@@ -1,4 +1,4 @@
-// Welding, triangulation and subdivision on generated meshes. The welding
+// Welding and triangulation on generated meshes. The welding
 // figures come with a floor measured in the same run: an exact-duplicate pass
 // over the same points through a hash map keyed by the coordinate bits.
 // Times are the thread's CPU time (the best of the iterations), which other
@@ -7,11 +7,9 @@
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/operations/merge_coplanar.h"
-#include "meshcore/operations/subdivide.h"
 #include "meshcore/operations/triangulate.h"
 #include "meshcore/operations/weld.h"
 #include "meshcore/scene/object_3d.h"
-#include "meshcore/scene/patch_3d.h"
 
 #include <benchmark/benchmark.h>
 
@@ -55,40 +53,6 @@ std::unique_ptr<C3DObject> LooseGrid(int n) {
       }
     }
   return obj;
-}
-
-// (n + 1)^2 shared points; quads, or each quad cut into two triangles.
-std::unique_ptr<C3DBaseObject> Grid(C3DBaseObject* obj, int n, bool triangles) {
-  obj->SetPointList(new C3DPointList);
-  obj->SetFaceList(new C3DFaceList);
-  C3DPointList& pts = *obj->GetPointList();
-  C3DFaceList& faces = *obj->GetFaceList();
-  pts.SetSize((n + 1) * (n + 1));
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i) {
-      C3DPoint& p = pts[j * (n + 1) + i];
-      p.x = static_cast<float>(i);
-      p.y = static_cast<float>(j);
-      p.z = static_cast<float>((i * 7 + j * 3) % 5) * 0.1f;
-    }
-  faces.SetSize(triangles ? 2 * n * n : n * n);
-  int f = 0;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i, b = a + 1, c = a + n + 2, d = a + n + 1;
-      if (triangles) {
-        faces[f++].SetTriangle(a, b, c);
-        faces[f++].SetTriangle(a, c, d);
-      } else {
-        C3DFace& q = faces[f++];
-        q.SetSize(4);
-        q[0] = a;
-        q[1] = b;
-        q[2] = c;
-        q[3] = d;
-      }
-    }
-  return std::unique_ptr<C3DBaseObject>(obj);
 }
 
 struct BitsKey {
@@ -179,48 +143,6 @@ void BM_WeldLinearity(benchmark::State& state) {
       state, [&](int n) { return TimedWeld(n, remaining); }, "weld_1M_s", "weld_4M_s");
 }
 BENCHMARK(BM_WeldLinearity)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
-
-// A 100 x 100 quad patch to level 4 (2,560,000 quads).
-void BM_SubdivideQuadPatch(benchmark::State& state) {
-  const int level = static_cast<int>(state.range(0));
-  int faces = 0;
-  for (auto _ : state) {
-    auto patch = Grid(new C3DPatch, 100, false);
-    CPatchControl control;
-    const double start = CpuNow();
-    SetPatchLevel(*patch, control, level);
-    state.SetIterationTime(CpuNow() - start);
-    faces = patch->GetFaceNbr();
-    ReleasePatch(control);
-  }
-  state.counters["faces"] = faces;
-}
-BENCHMARK(BM_SubdivideQuadPatch)
-    ->Arg(4)
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-
-// A 100 x 100 grid of triangle pairs to level 4 (5,120,000 triangles).
-void BM_SubdivideTrianglePatch(benchmark::State& state) {
-  const int level = static_cast<int>(state.range(0));
-  int faces = 0;
-  for (auto _ : state) {
-    auto patch = Grid(new C3DPatch, 100, true);
-    CPatchControl control;
-    const double start = CpuNow();
-    SetPatchLevel(*patch, control, level);
-    state.SetIterationTime(CpuNow() - start);
-    faces = patch->GetFaceNbr();
-    ReleasePatch(control);
-  }
-  state.counters["faces"] = faces;
-}
-BENCHMARK(BM_SubdivideTrianglePatch)
-    ->Arg(4)
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
 
 // Ear clipping of a 300 x 300 grid of loose quads (180,000 triangles).
 void BM_TriangulateGrid(benchmark::State& state) {
