@@ -615,7 +615,7 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
       FillUVWPoints(*wholeMap, runPoints, *uvw->GetUVWPointList(), stop);
   };
   std::optional<SideTask> side;
-  if (faceCount >= m_parallelFaces)
+  if (faceCount >= m_parallelFaces && std::thread::hardware_concurrency() != 1)
     side.emplace([&](const std::atomic<bool>& stop) {
       FirstUseOrder(layer, first, end, order, stop);
       fillPoints(order, &stop);

@@ -153,6 +153,10 @@ private:
     LayerCounts counts;     // maps
   };
   bool LaneActive() const { return laneThread_.joinable(); }
+  // A single processor gains nothing from the lane.
+  bool LaneFor(const Span& c) const {
+    return c.Remaining() >= options_.laneBytes && std::thread::hardware_concurrency() != 1;
+  }
   void Post(LaneJob job);
   void LaneMain();
   void DrainLane(); // waits for the queued chunks, then passes on a failure among them
@@ -467,7 +471,7 @@ void Loader::ReadPoints(Span c) {
     c.Fail("more than 2^32 points in the layer");
   layer.pointBase = std::uint32_t(old);
   points_ = old + count;
-  if (LaneActive() || c.Remaining() >= options_.laneBytes)
+  if (LaneActive() || LaneFor(c))
     Post({lwid::PNTS, c, &layer, old, count, {}});
   else
     DecodePoints(layer, c, old, count);
@@ -592,7 +596,7 @@ void Loader::ReadTags(Span c) {
 }
 
 void Loader::ReadVMap(Span c, bool perPolygon) {
-  if (!perPolygon && (LaneActive() || c.Remaining() >= options_.laneBytes))
+  if (!perPolygon && (LaneActive() || LaneFor(c)))
     Post({lwid::VMAP, c, &Layer(), 0, 0, Counts()});
   else
     DecodeVMap(Layer(), c, perPolygon, Counts());
