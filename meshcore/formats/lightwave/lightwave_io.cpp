@@ -30,11 +30,16 @@
 #include "meshcore/scene/scene_node.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <exception>
 #include <new>
+#include <optional>
+#include <system_error>
+#include <thread>
 
 namespace meshcore {
 
@@ -55,6 +60,12 @@ struct BadScene {
 // Polls the cancel flag every few thousand records of a conversion loop.
 inline void PollRead(std::size_t i) {
   if ((i & 8191) == 0 && ShouldCancel())
+    throw CancelledRead{};
+}
+
+// The same for work on a second thread, which watches a flag its starter raises.
+inline void PollStop(std::size_t i, const std::atomic<bool>* stop) {
+  if ((i & 8191) == 0 && stop && stop->load(std::memory_order_relaxed))
     throw CancelledRead{};
 }
 
@@ -284,11 +295,12 @@ const st_lwVMap* WholeLayerUVWMap(const st_lwLayer& layer) {
 // Texture point i takes the value of run point i in a per-point map that
 // gives every run point a value.
 void FillUVWPoints(const st_lwVMap& map, const std::vector<std::uint32_t>& runPoints,
-                   CUVWPointList& points) {
+                   CUVWPointList& points, const std::atomic<bool>* stop = nullptr) {
   const std::uint32_t dimension = std::min<std::uint32_t>(map.dimension, 3);
   GrowInBlocks(
       int(runPoints.size()),
       [&](int begin, int end) {
+        PollStop(0, stop);
         CUVWPoint* out = points.GetFirst();
         for (int i = begin; i < end; ++i) {
           const float* src = map.Value(std::size_t(map.attached[runPoints[std::size_t(i)]]));
@@ -329,6 +341,88 @@ bool FillWholeUVWMap(const std::vector<NamedMaps>& maps,
       &faces);
   FillUVWPoints(map, runPoints, points);
   return true;
+}
+
+// Work on a second thread while the caller does its own share. Filling a
+// large run is mostly first touches of fresh pages, and those proceed in
+// parallel on two cores. The task cannot see the caller's cancel request
+// (that is kept per thread), so it watches `stop`, which is raised when the
+// caller leaves early; the destructor waits for the task in any case.
+class SideTask {
+public:
+  template <class Fn> explicit SideTask(Fn fn) {
+    auto run = [this, fn]() mutable {
+      try {
+        fn(static_cast<const std::atomic<bool>&>(stop_));
+      } catch (...) {
+        error_ = std::current_exception();
+      }
+    };
+    try {
+      thread_ = std::thread(run);
+    } catch (const std::system_error&) {
+      run(); // no thread to be had: do it here
+    }
+  }
+  SideTask(const SideTask&) = delete;
+  SideTask& operator=(const SideTask&) = delete;
+  ~SideTask() {
+    stop_ = true;
+    if (thread_.joinable())
+      thread_.join();
+  }
+  // Waits for the task and passes on what it threw.
+  void Join() {
+    if (thread_.joinable())
+      thread_.join();
+    if (error_)
+      std::rethrow_exception(error_);
+  }
+
+private:
+  std::atomic<bool> stop_{false};
+  std::exception_ptr error_;
+  std::thread thread_;
+};
+
+// The layer points of the run's faces in the order the faces first use them,
+// corners taken the way the mesh faces list them (reversed).
+void FirstUseOrder(const st_lwLayer& layer, std::size_t first, std::size_t end,
+                   std::vector<std::uint32_t>& order, const std::atomic<bool>& stop) {
+  std::vector<bool> seen(layer.points.size(), false);
+  order.reserve(std::min(layer.points.size(), (end - first) * 4));
+  for (std::size_t p = first; p < end; ++p) {
+    PollStop(p - first, &stop);
+    const st_lwPolygon& poly = layer.polygons[p];
+    if (poly.vertexCount < 3)
+      continue;
+    const std::uint32_t* v = layer.Vertices(poly);
+    for (unsigned k = poly.vertexCount; k-- > 0;) {
+      const std::uint32_t lp = v[k];
+      if (!seen[lp]) {
+        seen[lp] = true;
+        order.push_back(lp);
+      }
+    }
+  }
+}
+
+// Mesh point i is layer point runPoints[i].
+void FillPoints(const st_lwLayer& layer, const std::vector<std::uint32_t>& runPoints,
+                C3DPointList& points, const std::atomic<bool>* stop) {
+  GrowInBlocks(
+      int(runPoints.size()),
+      [&](int begin, int end) {
+        PollStop(0, stop);
+        C3DPoint* out = points.GetFirst();
+        for (int i = begin; i < end; ++i) {
+          const float* at = layer.points[runPoints[std::size_t(i)]].pos;
+          out[i].x = at[0];
+          out[i].y = at[1];
+          out[i].z = at[2];
+        }
+      },
+      &points);
 }
 
 } // namespace
@@ -510,8 +604,25 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
     uvw = std::make_unique<CUVWChannel>();
     uvwFaces = uvw->GetUVWFaceList();
   }
-  std::vector<std::uint32_t> order; // object point -> layer point
-  order.reserve(std::min(layer.points.size(), (end - first) * 4));
+  // Object point -> layer point. The mesh points (and the texture points of
+  // the usual map) need only this order, not the faces: a large run fills
+  // them on a second thread while this one fills the faces.
+  std::vector<std::uint32_t> order;
+  auto fillPoints = [&](const std::vector<std::uint32_t>& runPoints,
+                        const std::atomic<bool>* stop) {
+    FillPoints(layer, runPoints, *points, stop);
+    if (uvw)
+      FillUVWPoints(*wholeMap, runPoints, *uvw->GetUVWPointList(), stop);
+  };
+  std::optional<SideTask> side;
+  if (faceCount >= m_parallelFaces && std::thread::hardware_concurrency() != 1)
+    side.emplace([&](const std::atomic<bool>& stop) {
+      FirstUseOrder(layer, first, end, order, stop);
+      fillPoints(order, &stop);
+    });
+  else
+    order.reserve(std::min(layer.points.size(), (end - first) * 4));
+  std::int32_t used = 0; // points numbered so far
   std::size_t p = first;
   GrowInBlocks(
       int(faceCount),
@@ -530,8 +641,9 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
             std::uint32_t lp = v[poly.vertexCount - 1 - k];
             std::int32_t& mapped = m_pointRemap[lp];
             if (mapped < 0) {
-              mapped = std::int32_t(order.size());
-              order.push_back(lp);
+              mapped = used++;
+              if (!side)
+                order.push_back(lp);
             }
             idx[k] = mapped;
           }
@@ -549,24 +661,14 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
         }
       },
       faces.get(), uvwFaces);
+  if (side)
+    side->Join();
+  else
+    fillPoints(order, nullptr);
   m_runPoints = std::move(order);
-
-  GrowInBlocks(
-      int(m_runPoints.size()),
-      [&](int begin, int blockEnd) {
-        C3DPoint* out = points->GetFirst();
-        for (int i = begin; i < blockEnd; ++i) {
-          const float* at = layer.points[m_runPoints[std::size_t(i)]].pos;
-          out[i].x = at[0];
-          out[i].y = at[1];
-          out[i].z = at[2];
-        }
-      },
-      points.get());
   object->SetPointList(points.release());
   object->SetFaceList(faces.release());
   if (uvw) {
-    FillUVWPoints(*wholeMap, m_runPoints, *uvw->GetUVWPointList());
     AddUVWChannel(object.get(), std::move(uvw));
   } else {
     CreateUVWChannel(object.get(), layer, first, end, int(faceCount));

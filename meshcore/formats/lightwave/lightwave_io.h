@@ -50,6 +50,9 @@ public:
   // Where a layer's points or polygons run past what a VX index can name, the
   // object continues in a new layer; tests lower the limit to reach it cheaply.
   void SetLayerIndexLimit(std::uint32_t limit) { m_indexLimit = limit; }
+  // Runs of at least this many faces are filled on two threads; smaller ones
+  // would pay more for the thread than they gain. Tests move it.
+  void SetParallelFaces(std::size_t faces) { m_parallelFaces = faces; }
 
   // While reading: the layer being converted and the number of layers.
   const st_lwLayer* GetActiveLayer() const { return m_activeLayer; }
@@ -123,6 +126,7 @@ private:
   std::unordered_map<std::uint32_t, std::uint32_t> m_materialClip;
   std::unordered_map<const C3DSceneNode*, unsigned> m_nodeLayer; // written node -> layer number
   std::uint32_t m_indexLimit = 0x01000000;
+  std::size_t m_parallelFaces = 65536;
   // How the object being written is spread over layers (one unless it is past a limit).
   std::unique_ptr<WritePlan> m_plan;
 };

@@ -16,7 +16,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -36,9 +38,11 @@ std::vector<std::uint8_t> Encode(const st_lwObject& object) {
   return std::move(writer.GetBuffer());
 }
 
-std::unique_ptr<C3DScene> Read(const std::vector<std::uint8_t>& bytes) {
+std::unique_ptr<C3DScene> Read(const std::vector<std::uint8_t>& bytes,
+                               std::size_t parallelFaces = 65536) {
   C3DIo io("memory.lwo", FILE_PARSER_SILENT);
   CLightwaveIo codec(io);
+  codec.SetParallelFaces(parallelFaces);
   return std::unique_ptr<C3DScene>(codec.ReadFromMemory(bytes.data(), bytes.size(), 0));
 }
 
@@ -138,6 +142,53 @@ TEST_F(LightwaveLarge, LargeSceneIsFreedQuickly) {
       break;
   }
   EXPECT_LT(freed, read / 2) << "read " << read << " s, freed " << freed << " s";
+}
+
+TEST_F(LightwaveLarge, TwoThreadFillMatchesOneThread) {
+  // The usual map; the same with lines among the quads and a point no face
+  // uses (the general texture path); and no texture map at all.
+  st_lwObject object = test::LwoGrid(kSide / 2, true);
+  st_lwLayer& layer = object.layers[0];
+  std::vector<std::vector<std::uint8_t>> files = {Encode(object)};
+  for (std::size_t at : {std::size_t(0), std::size_t(3000), layer.polygons.size() - 1}) {
+    st_lwPolygon line;
+    line.tag = 0;
+    line.firstVertex = std::uint32_t(layer.polygonVertices.size());
+    line.vertexCount = 2;
+    layer.polygonVertices.insert(layer.polygonVertices.end(), {7u, 3u});
+    layer.polygons.insert(layer.polygons.begin() + std::ptrdiff_t(at), line);
+  }
+  layer.points.push_back({{9.0f, 9.0f, 9.0f}});
+  files.push_back(Encode(object));
+  layer.vmaps.clear();
+  files.push_back(Encode(object));
+
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    SCOPED_TRACE(i);
+    auto one = Read(files[i], std::size_t(-1));
+    auto two = Read(files[i], 1);
+    ASSERT_TRUE(one && two);
+    C3DBaseObject* a = OnlyMesh(*one);
+    C3DBaseObject* b = OnlyMesh(*two);
+    ASSERT_TRUE(a && b);
+    const C3DPointList& pa = *a->GetPointList();
+    const C3DPointList& pb = *b->GetPointList();
+    ASSERT_EQ(pa.GetSize(), pb.GetSize());
+    EXPECT_EQ(
+        std::memcmp(pa.GetFirst(), pb.GetFirst(), sizeof(C3DPoint) * std::size_t(pa.GetSize())), 0);
+    const C3DFaceList& fa = *a->GetFaceList();
+    const C3DFaceList& fb = *b->GetFaceList();
+    ASSERT_EQ(fa.GetSize(), fb.GetSize());
+    bool same = true;
+    for (int f = 0; f < fa.GetSize() && same; ++f)
+      same = fa[f].GetSize() == fb[f].GetSize() &&
+             std::equal(fa[f].GetData(), fa[f].GetData() + fa[f].GetSize(), fb[f].GetData());
+    EXPECT_TRUE(same);
+    if (i < 2)
+      EXPECT_TRUE(Flatten(*one) == Flatten(*two));
+    else
+      EXPECT_EQ(b->GetChannels()->GetUVWChannel(0), nullptr);
+  }
 }
 
 } // namespace

@@ -490,3 +490,114 @@ TEST(LwoChunks, ClipNameConversions) {
   for (const char* name : {"boxuv.png", "maps/wood.png", "HQ:ASSIMP/earth.jpg"})
     EXPECT_EQ(LwLocalNameToClip(LwClipNameToLocal(name)), name);
 }
+
+namespace {
+
+// Loads with every point and per-point map chunk on the second thread, or none.
+std::unique_ptr<st_lwObject> LoadLane(const Bytes& b, bool lane, LwLoadStatus& status) {
+  LwLoadOptions options;
+  options.laneBytes = lane ? 0 : std::size_t(-1);
+  return LoadLightwaveObject(b.data.data(), b.size(), options, &status);
+}
+
+void ExpectSameLayers(const st_lwObject& a, const st_lwObject& b) {
+  ASSERT_EQ(a.layers.size(), b.layers.size());
+  for (std::size_t i = 0; i < a.layers.size(); ++i) {
+    const st_lwLayer& x = a.layers[i];
+    const st_lwLayer& y = b.layers[i];
+    ASSERT_EQ(x.points.size(), y.points.size());
+    EXPECT_EQ(std::memcmp(x.points.data(), y.points.data(), x.points.size() * sizeof(st_lwPoint)),
+              0);
+    EXPECT_EQ(std::memcmp(x.bbox, y.bbox, sizeof x.bbox), 0);
+    EXPECT_EQ(x.polygonVertices, y.polygonVertices);
+    ASSERT_EQ(x.polygons.size(), y.polygons.size());
+    for (std::size_t p = 0; p < x.polygons.size(); ++p)
+      EXPECT_TRUE(x.polygons[p].surface == y.polygons[p].surface &&
+                  x.polygons[p].firstVertex == y.polygons[p].firstVertex);
+    ASSERT_EQ(x.vmaps.size(), y.vmaps.size());
+    for (std::size_t m = 0; m < x.vmaps.size(); ++m) {
+      EXPECT_EQ(x.vmaps[m].name, y.vmaps[m].name);
+      EXPECT_EQ(x.vmaps[m].points, y.vmaps[m].points);
+      EXPECT_EQ(x.vmaps[m].values, y.vmaps[m].values);
+      EXPECT_EQ(x.vmaps[m].attached, y.vmaps[m].attached);
+    }
+  }
+}
+
+} // namespace
+
+TEST(LwoChunks, SecondThreadChunksReadAsInOrder) {
+  // Two layers; the second has two point chunks with maps between them, a
+  // box and a per-polygon map that must wait for the chunks before them.
+  auto square = [](float z) { return Points({0, 0, z, 1, 0, z, 1, 1, z, 0, 1, z}); };
+  auto uv = [](const char* name, std::initializer_list<int> points) {
+    Bytes b;
+    b.id("TXUV").u2(2).s0(name);
+    for (int p : points)
+      b.vx(std::uint32_t(p)).f4(0.5f * float(p)).f4(0.25f);
+    return b;
+  };
+  Bytes good;
+  good.chunk("TAGS", Bytes().s0("Red"));
+  good.chunk("LAYR", Bytes().u2(0).u2(0).f4(0).f4(0).f4(0).s0("a"));
+  good.chunk("PNTS", square(0));
+  good.chunk("VMAP", uv("uv", {0, 1, 2, 3}));
+  good.chunk("VMAP", Bytes().id("RGB ").u2(3).s0("rgb").vx(2).f4(1).f4(0).f4(0));
+  good.chunk("POLS", Bytes().id("FACE").u2(4).u2(0).u2(1).u2(2).u2(3));
+  good.chunk("PTAG", Bytes().id("SURF").vx(0).u2(0));
+  good.chunk("LAYR", Bytes().u2(1).u2(0).f4(0).f4(0).f4(0).s0("b"));
+  good.chunk("PNTS", square(1));
+  good.chunk("POLS", Bytes().id("FACE").u2(3).u2(0).u2(1).u2(2));
+  good.chunk("PNTS", square(2));
+  good.chunk("VMAP", uv("uv", {0, 3}));
+  good.chunk("POLS", Bytes().id("FACE").u2(3).u2(1).u2(2).u2(3));
+  good.chunk("VMAD", Bytes().id("TXUV").u2(2).s0("uv").vx(1).vx(0).f4(1).f4(1));
+  good.chunk("BBOX", Points({-1, -1, -1, 1, 1, 1}));
+  good.chunk("PNTS", square(3));
+  good.chunk("VMAP", uv("uv", {2}));
+  good.chunk("POLS", Bytes().id("FACE").u2(3).u2(0).u2(1).u2(2));
+  LwLoadStatus s1, s2;
+  auto seq = LoadLane(Form("LWO2", good), false, s1);
+  auto par = LoadLane(Form("LWO2", good), true, s2);
+  ASSERT_TRUE(seq && par);
+  ExpectSameLayers(*seq, *par);
+  EXPECT_EQ(par->layers[1].points.size(), 12u);
+  EXPECT_EQ(par->layers[1].vmaps.size(), 3u);
+
+  // Failures name the first bad chunk in file order, wherever it was read:
+  // a bad map before a bad polygon chunk, a bad polygon chunk before a bad
+  // map, a bad map before a bad box, and a map past a point chunk.
+  auto bad = [&](std::initializer_list<std::pair<const char*, Bytes>> chunks) {
+    Bytes b;
+    b.chunk("PNTS", square(0));
+    for (const auto& [id, body] : chunks)
+      b.chunk(id, body);
+    return Form("LWO2", b);
+  };
+  const Bytes badMap = uv("uv", {0, 9});
+  const Bytes badPols = Bytes().id("FACE").u2(3).u2(0).u2(1).u2(7);
+  for (const Bytes& file :
+       {bad({{"VMAP", badMap}, {"POLS", badPols}}), bad({{"POLS", badPols}, {"VMAP", badMap}}),
+        bad({{"VMAP", uv("uv", {1})}, {"VMAP", badMap}, {"BBOX", Bytes().f4(1)}}),
+        bad({{"PNTS", square(1)}, {"VMAP", uv("uv", {8})}, {"LAYR", Bytes().u2(0)}})}) {
+    LwLoadStatus a, b;
+    EXPECT_FALSE(LoadLane(file, false, a));
+    EXPECT_FALSE(LoadLane(file, true, b));
+    EXPECT_EQ(a.chunkId, b.chunkId);
+    EXPECT_EQ(a.position, b.position);
+    EXPECT_EQ(a.detail, b.detail);
+    EXPECT_FALSE(b.detail.empty());
+  }
+
+  // The sample files read the same either way.
+  for (const std::string& path : SampleFiles()) {
+    SCOPED_TRACE(path);
+    Bytes file;
+    file.data = ReadFileBytes(path);
+    auto x = LoadLane(file, false, s1);
+    auto y = LoadLane(file, true, s2);
+    ASSERT_EQ(bool(x), bool(y));
+    if (x)
+      ExpectSameLayers(*x, *y);
+  }
+}

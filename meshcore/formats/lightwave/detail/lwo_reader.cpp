@@ -5,12 +5,21 @@
 #include "meshcore/platform/cancel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <exception>
 #include <limits>
+#include <mutex>
 #include <new>
+#include <optional>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <unordered_map>
+#include <utility>
 
 namespace meshcore {
 
@@ -28,6 +37,16 @@ constexpr std::size_t kPollMask = kPollPeriod - 1;
 
 // Thrown from a bulk loop when the operation has been asked to stop.
 struct Cancelled {};
+
+// Set on the second thread: the flag it polls instead of the cancel request,
+// which is kept per thread and so is not visible there.
+thread_local const std::atomic<bool>* tl_laneStop = nullptr;
+
+// What a chunk's indices are checked against, taken when the chunk is met.
+struct LayerCounts {
+  std::uint64_t points = 0, polygons = 0;
+  std::uint32_t pointBase = 0, polygonBase = 0;
+};
 
 // Size in bytes of the variable-length index starting at p.
 inline unsigned VXSize(const std::uint8_t* p) {
@@ -97,6 +116,8 @@ public:
          LwLoadStatus& status)
       : base_(data), size_(size), options_(options), status_(status), cancel_(size, kPollPeriod) {}
 
+  ~Loader() { StopLane(); }
+
   std::unique_ptr<st_lwObject> Run();
 
 private:
@@ -106,11 +127,40 @@ private:
 
   void ReadLayer(Span c, bool first);
   void ReadPoints(Span c);
+  void DecodePoints(st_lwLayer& layer, Span c, std::size_t old, std::size_t count);
   void ReadBBox(Span c);
   void ReadPolygons(Span c);
   void ReadPolygonTags(Span c);
   void ReadTags(Span c);
   void ReadVMap(Span c, bool perPolygon);
+  void DecodeVMap(st_lwLayer& layer, Span c, bool perPolygon, const LayerCounts& counts);
+  LayerCounts Counts() {
+    st_lwLayer& layer = Layer();
+    return {points_, layer.polygons.size(), layer.pointBase, layer.polygonBase};
+  }
+
+  // The lane: large point and per-point map chunks depend on nothing but the
+  // point count, which the chunk sizes give, so a second thread decodes them
+  // while this one reads the polygons. Its chunks keep their file order; the
+  // lane is drained before anything that touches what it writes (a new
+  // layer, a box, a per-polygon map) and at the end. A failure on the lane
+  // is reported as the sequential read would: it came from an earlier chunk.
+  struct LaneJob {
+    std::uint32_t id;
+    Span span;
+    st_lwLayer* layer;
+    std::size_t old, count; // points
+    LayerCounts counts;     // maps
+  };
+  bool LaneActive() const { return laneThread_.joinable(); }
+  // A single processor gains nothing from the lane.
+  bool LaneFor(const Span& c) const {
+    return c.Remaining() >= options_.laneBytes && std::thread::hardware_concurrency() != 1;
+  }
+  void Post(LaneJob job);
+  void LaneMain();
+  void DrainLane(); // waits for the queued chunks, then passes on a failure among them
+  void StopLane();  // abandons them
   void ReadClip(Span c);
   void ReadEnvelope(Span c);
   void ReadSurface(Span c);
@@ -130,7 +180,92 @@ private:
   LwLoadStatus& status_;
   std::unique_ptr<st_lwObject> object_;
   CCancelCheck cancel_;
+  std::uint64_t points_ = 0; // of the current layer, counting chunks the lane still decodes
+
+  std::mutex laneMutex_;
+  std::condition_variable laneWake_;
+  std::deque<LaneJob> laneJobs_;
+  bool laneClosed_ = false;
+  std::atomic<bool> laneStop_{false};
+  std::exception_ptr laneError_;
+  std::uint32_t laneErrorId_ = 0;
+  std::thread laneThread_;
 };
+
+void Loader::Post(LaneJob job) {
+  if (!LaneActive()) {
+    laneClosed_ = false;
+    laneStop_ = false;
+    try {
+      laneThread_ = std::thread([this] { LaneMain(); });
+    } catch (const std::system_error&) {
+      // No second thread: decode here.
+      if (job.id == lwid::PNTS)
+        DecodePoints(*job.layer, job.span, job.old, job.count);
+      else
+        DecodeVMap(*job.layer, job.span, false, job.counts);
+      return;
+    }
+  }
+  {
+    std::lock_guard lock(laneMutex_);
+    laneJobs_.push_back(job);
+  }
+  laneWake_.notify_one();
+}
+
+void Loader::LaneMain() {
+  tl_laneStop = &laneStop_;
+  for (;;) {
+    std::optional<LaneJob> next;
+    {
+      std::unique_lock lock(laneMutex_);
+      laneWake_.wait(lock, [&] { return laneClosed_ || !laneJobs_.empty(); });
+      if (laneJobs_.empty())
+        break;
+      next.emplace(laneJobs_.front());
+      laneJobs_.pop_front();
+    }
+    const LaneJob& job = *next;
+    try {
+      if (job.id == lwid::PNTS)
+        DecodePoints(*job.layer, job.span, job.old, job.count);
+      else
+        DecodeVMap(*job.layer, job.span, false, job.counts);
+    } catch (...) {
+      laneError_ = std::current_exception();
+      laneErrorId_ = job.id;
+      std::lock_guard lock(laneMutex_);
+      laneJobs_.clear(); // later chunks would not have been read
+      break;
+    }
+  }
+  tl_laneStop = nullptr;
+}
+
+void Loader::DrainLane() {
+  if (!LaneActive())
+    return;
+  {
+    std::lock_guard lock(laneMutex_);
+    laneClosed_ = true;
+  }
+  laneWake_.notify_one();
+  laneThread_.join();
+  if (laneError_) {
+    status_.chunkId = laneErrorId_;
+    std::rethrow_exception(std::exchange(laneError_, nullptr));
+  }
+}
+
+void Loader::StopLane() {
+  laneStop_ = true;
+  try {
+    DrainLane();
+  } catch (...) {
+    // abandoned: its failure no longer matters
+  }
+}
 
 std::unique_ptr<st_lwObject> Loader::Run() {
   status_ = {};
@@ -161,12 +296,21 @@ std::unique_ptr<st_lwObject> Loader::Run() {
     object_ = std::make_unique<st_lwObject>();
     object_->formType = type;
     object_->layers.emplace_back();
-    if (type == lwid::LWO2)
-      ReadLwo2(std::size_t(formEnd));
-    else
-      ReadLwob(std::size_t(formEnd));
+    try {
+      if (type == lwid::LWO2)
+        ReadLwo2(std::size_t(formEnd));
+      else
+        ReadLwob(std::size_t(formEnd));
+    } catch (const Cancelled&) {
+      StopLane();
+      throw;
+    } catch (...) {
+      DrainLane(); // a failure among the lane's chunks came first
+      throw;
+    }
     if (status_.cancelled)
       return nullptr;
+    DrainLane();
     status_.chunkId = 0;
     status_.position = std::size_t(formEnd);
     Finish();
@@ -218,6 +362,11 @@ template <class Handler> void Loader::ForEachChunk(std::size_t formEnd, Handler 
 // Polls the cancel flag (and reports how far the bytes are read); bulk loops
 // call it every kPollPeriod records.
 void Loader::PollAt(const std::uint8_t* p) {
+  if (tl_laneStop) {
+    if (tl_laneStop->load(std::memory_order_relaxed))
+      throw Cancelled{};
+    return;
+  }
   if (options_.cancellable && cancel_.At(std::uint64_t(p - base_)))
     throw Cancelled{};
 }
@@ -227,6 +376,7 @@ void Loader::ReadLwo2(std::size_t formEnd) {
   ForEachChunk(formEnd, [&](std::uint32_t id, Span c) {
     switch (id) {
     case lwid::LAYR:
+      DrainLane();
       ReadLayer(c, firstLayer);
       firstLayer = false;
       break;
@@ -234,6 +384,7 @@ void Loader::ReadLwo2(std::size_t formEnd) {
       ReadPoints(c);
       break;
     case lwid::BBOX:
+      DrainLane();
       ReadBBox(c);
       break;
     case lwid::POLS:
@@ -258,6 +409,7 @@ void Loader::ReadLwo2(std::size_t formEnd) {
       ReadVMap(c, false);
       break;
     case lwid::VMAD:
+      DrainLane();
       ReadVMap(c, true);
       break;
     default:
@@ -297,6 +449,7 @@ void Loader::ReadLayer(Span c, bool first) {
   if (!first)
     object_->layers.emplace_back();
   st_lwLayer& layer = Layer();
+  points_ = layer.points.size();
   layer.number = c.U2();
   layer.flags = c.U2();
   for (float& v : layer.pivot)
@@ -313,10 +466,18 @@ void Loader::ReadPoints(Span c) {
     c.Fail("size " + std::to_string(c.Remaining()) + " is not a whole number of points");
   st_lwLayer& layer = Layer();
   std::size_t count = c.Remaining() / 12;
-  std::size_t old = layer.points.size();
+  std::size_t old = std::size_t(points_);
   if (old + count > std::numeric_limits<std::uint32_t>::max())
     c.Fail("more than 2^32 points in the layer");
   layer.pointBase = std::uint32_t(old);
+  points_ = old + count;
+  if (LaneActive() || LaneFor(c))
+    Post({lwid::PNTS, c, &layer, old, count, {}});
+  else
+    DecodePoints(layer, c, old, count);
+}
+
+void Loader::DecodePoints(st_lwLayer& layer, Span c, std::size_t old, std::size_t count) {
   layer.points.resize(old + count);
   const std::uint8_t* p = c.Pos();
   st_lwPoint* out = layer.points.data() + old;
@@ -359,7 +520,7 @@ void Loader::ReadPolygons(Span c) {
   std::uint32_t type = c.U4();
   const std::uint8_t* begin = c.Pos();
   const std::uint8_t* end = c.End();
-  const std::uint64_t pointCount = layer.points.size();
+  const std::uint64_t pointCount = points_;
   const std::uint32_t pointBase = layer.pointBase;
 
   // One pass that checks and decodes. Every vertex takes two bytes or more, so
@@ -435,7 +596,13 @@ void Loader::ReadTags(Span c) {
 }
 
 void Loader::ReadVMap(Span c, bool perPolygon) {
-  st_lwLayer& layer = Layer();
+  if (!perPolygon && (LaneActive() || LaneFor(c)))
+    Post({lwid::VMAP, c, &Layer(), 0, 0, Counts()});
+  else
+    DecodeVMap(Layer(), c, perPolygon, Counts());
+}
+
+void Loader::DecodeVMap(st_lwLayer& layer, Span c, bool perPolygon, const LayerCounts& counts) {
   st_lwVMap map;
   map.type = c.U4();
   map.dimension = c.U2();
@@ -445,8 +612,8 @@ void Loader::ReadVMap(Span c, bool perPolygon) {
   const std::uint8_t* begin = c.Pos();
   const std::uint8_t* end = c.End();
   const std::size_t valueBytes = std::size_t(map.dimension) * 4;
-  const std::uint64_t pointCount = layer.points.size(), polygonCount = layer.polygons.size();
-  const std::uint64_t pointBase = layer.pointBase, polygonBase = layer.polygonBase;
+  const std::uint64_t pointCount = counts.points, polygonCount = counts.polygons;
+  const std::uint64_t pointBase = counts.pointBase, polygonBase = counts.polygonBase;
 
   // One pass that checks and decodes, into room for the most entries the
   // chunk can hold (pages never written cost nothing).
@@ -617,7 +784,7 @@ void Loader::ReadOldPolygons(Span c, std::uint32_t type, bool curves) {
   st_lwLayer& layer = Layer();
   const std::uint8_t* begin = c.Pos();
   const std::uint8_t* end = c.End();
-  const std::size_t pointCount = layer.points.size();
+  const std::size_t pointCount = std::size_t(points_);
 
   std::size_t polygons = 0, vertices = 0;
   for (const std::uint8_t* p = begin; p < end;) {

@@ -21,6 +21,10 @@ struct LwLoadOptions {
   // Poll the thread's cancel flag (before every chunk and every few thousand
   // records inside one) and report progress; a cancel stops loading with failure.
   bool cancellable = false;
+  // Point and per-point map chunks of at least this many bytes are decoded on
+  // a second thread while the polygons are read; the object and any failure
+  // are the same either way. Below a megabyte the thread costs more than it saves.
+  std::size_t laneBytes = std::size_t(1) << 20;
 };
 
 struct LwLoadStatus {
