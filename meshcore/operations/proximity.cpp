@@ -6,6 +6,7 @@
 #include "meshcore/platform/cancel.h"
 #include "meshcore/platform/exceptions.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -14,15 +15,34 @@ namespace meshcore {
 
 namespace {
 
-std::int32_t CellIndex(float coordinate, float size) {
-  const double q = std::trunc(static_cast<double>(coordinate / size));
-  if (!(q == q))
-    return 0; // NaN
-  if (q >= 2147483647.0)
+[[gnu::always_inline]] inline std::int32_t CellIndex(float coordinate, float size) {
+  // The conversion truncates toward zero; no float lies strictly between
+  // 2^31 - 128 and 2^31, so the bounds are exact.
+  const float q = coordinate / size;
+  if (q >= 2147483648.0f)
     return INT32_MAX;
-  if (q <= -2147483648.0)
+  if (q > -2147483648.0f)
+    return static_cast<std::int32_t>(q);
+  if (q <= -2147483648.0f)
     return INT32_MIN;
-  return static_cast<std::int32_t>(q);
+  return 0; // NaN
+}
+
+// The cells of a row of four in a block that lie within one of c, as bits,
+// for the block starting at first (a multiple of four).
+unsigned RowMask(std::int32_t c, std::int32_t first) {
+  const std::int32_t lo = std::max(c - 1, first) - first, hi = std::min(c + 1, first + 3) - first;
+  return (2u << hi) - (1u << lo);
+}
+
+// Spreads four bits to the rows (y, four bits apart) and layers (z, sixteen
+// bits apart) of a block's word.
+constexpr std::uint16_t kSpreadY[16] = {0x0000, 0x0001, 0x0010, 0x0011, 0x0100, 0x0101,
+                                        0x0110, 0x0111, 0x1000, 0x1001, 0x1010, 0x1011,
+                                        0x1100, 0x1101, 0x1110, 0x1111};
+std::uint64_t SpreadZ(unsigned m) {
+  return (m & 1 ? 1ull : 0) | (m & 2 ? 1ull << 16 : 0) | (m & 4 ? 1ull << 32 : 0) |
+         (m & 8 ? 1ull << 48 : 0);
 }
 
 float CellSizeFor(float tolerance) {
@@ -46,15 +66,11 @@ void CProximityMap::Grow(std::size_t want) {
     size *= 2;
   m_slots.assign(size, Slot());
   m_mask = size - 1;
-  m_occupied.assign(size / 2, 0);
-  m_wordMask = size / 2 - 1;
   for (std::size_t e = 0; e < m_cells.size(); ++e) {
-    m_occupied[BlockWord(m_cells[e])] |= std::uint64_t{1} << BlockBit(m_cells[e]);
-    const std::uint32_t hash = IntCoordHash()(m_cells[e]);
-    std::size_t pos = hash & m_mask;
+    std::size_t pos = IntCoordHash()(m_cells[e]) & m_mask;
     while (m_slots[pos].entry >= 0)
       pos = (pos + 1) & m_mask;
-    m_slots[pos] = {hash, static_cast<int>(e)};
+    m_slots[pos] = {m_cells[e], static_cast<int>(e)};
   }
 }
 
@@ -63,23 +79,65 @@ int CProximityMap::Insert(const IntCoord& cell, std::uint32_t hash) {
     Grow(m_slots.empty() ? 16 : m_slots.size() * 2);
   Slot& slot = m_slots[FindPos(cell, hash)];
   if (slot.entry < 0) {
-    m_occupied[BlockWord(cell)] |= std::uint64_t{1} << BlockBit(cell);
-    slot = {hash, static_cast<int>(m_cells.size())};
+    slot = {cell, static_cast<int>(m_cells.size())};
     m_cells.push_back(cell);
   }
   return slot.entry;
 }
 
 int CProximityMap::AddPoint(const IntCoord& cell) {
-  const std::uint32_t hash = IntCoordHash()(cell);
-  Recent& recent = m_recent[hash & (kRecent - 1)];
-  if (recent.entry < 0 || recent.cell != cell)
-    recent = {cell, Insert(cell, hash)};
-  m_cellOf.push_back(recent.entry);
-  return recent.entry;
+  const int e = Insert(cell, IntCoordHash()(cell));
+  m_cellOf.push_back(e);
+  return e;
+}
+
+void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize) {
+  // Points go in batches: their cells and hashes first, so that the slots of
+  // the whole batch are on their way while its points are entered.
+  constexpr int kBatch = 64;
+  IntCoord cells[kBatch];
+  std::uint32_t hashes[kBatch];
+  std::size_t out = m_cellOf.size();
+  m_cellOf.resize(out + static_cast<std::size_t>(count));
+  for (int first = 0; first < count; first += kBatch) {
+    const int batch = std::min(kBatch, count - first);
+    for (int k = 0; k < batch; ++k) {
+      const C3DPoint& p = points[first + k];
+      cells[k] = {CellIndex(p.x, cellSize), CellIndex(p.y, cellSize), CellIndex(p.z, cellSize)};
+      hashes[k] = IntCoordHash()(cells[k]);
+      if (!m_slots.empty())
+        __builtin_prefetch(&m_slots[hashes[k] & m_mask]);
+    }
+    for (int k = 0; k < batch; ++k) {
+      // Most points find their cell filled already: search before any growth.
+      int e = -1;
+      for (std::size_t pos = hashes[k] & m_mask; !m_slots.empty(); pos = (pos + 1) & m_mask) {
+        const Slot& s = m_slots[pos];
+        if (s.entry < 0)
+          break;
+        if (s.cell == cells[k]) {
+          e = s.entry;
+          break;
+        }
+      }
+      m_cellOf[out++] = e >= 0 ? e : Insert(cells[k], hashes[k]);
+    }
+  }
+}
+
+void CProximityMap::BuildOccupancy() {
+  // Four words a cell keep blocks sharing a word (false alarms) rare.
+  std::size_t words = 16;
+  while (words < m_cells.size() * 4)
+    words *= 2;
+  m_occupied.assign(words, 0);
+  m_wordMask = words - 1;
+  for (const IntCoord& c : m_cells)
+    m_occupied[BlockWord(c)] |= std::uint64_t{1} << BlockBit(c);
 }
 
 void CProximityMap::Finish() {
+  BuildOccupancy();
   // Counting sort of the points by cell: each cell's indices come out increasing.
   m_start.assign(m_cells.size() + 1, 0);
   for (int e : m_cellOf)
@@ -96,8 +154,8 @@ void CProximityMap::Finish() {
 void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector<int>& out) const {
   if (m_slots.empty())
     return;
-  if (c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN || c.y == INT32_MAX ||
-      c.z == INT32_MIN || c.z == INT32_MAX) {
+  if (m_occupied.empty() || c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN ||
+      c.y == INT32_MAX || c.z == INT32_MIN || c.z == INT32_MAX) {
     // At the edge of the grid: neighbours beyond it do not exist.
     for (int k = 0; k < 27; ++k) {
       const std::int64_t x = static_cast<std::int64_t>(c.x) + k / 9 - 1;
@@ -111,6 +169,12 @@ void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector
       if (e >= 0)
         out.push_back(e);
     }
+    return;
+  }
+  if (!MayTouchOthers(c)) {
+    const int e = self >= 0 ? self : Find(c);
+    if (e >= 0)
+      out.push_back(e);
     return;
   }
   // The 27 cells span at most two blocks per axis: fetch each block's word once.
@@ -137,6 +201,34 @@ void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector
   }
 }
 
+bool CProximityMap::MayTouchOthers(const IntCoord& c) const {
+  if (c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN || c.y == INT32_MAX ||
+      c.z == INT32_MIN || c.z == INT32_MAX)
+    return true;
+  // The 27 cells as masks over the (at most two per axis) blocks they span;
+  // welding data is mostly cells with no other around, answered from these
+  // few words.
+  const std::int32_t bx = (c.x - 1) >> 2, by = (c.y - 1) >> 2, bz = (c.z - 1) >> 2;
+  const int nx = ((c.x + 1) >> 2) - bx, ny = ((c.y + 1) >> 2) - by, nz = ((c.z + 1) >> 2) - bz;
+  std::uint64_t any = 0;
+  for (int iz = 0; iz <= nz; ++iz) {
+    const std::int32_t z0 = (bz + iz) * 4;
+    const std::uint64_t mz = SpreadZ(RowMask(c.z, z0));
+    for (int iy = 0; iy <= ny; ++iy) {
+      const std::int32_t y0 = (by + iy) * 4;
+      const std::uint64_t myz = kSpreadY[RowMask(c.y, y0)] * mz;
+      for (int ix = 0; ix <= nx; ++ix) {
+        const std::int32_t x0 = (bx + ix) * 4;
+        any |= m_occupied[BlockWord({x0, y0, z0})] & (RowMask(c.x, x0) * myz);
+      }
+    }
+  }
+  // No other cell within one of c has c's bit (that takes a step of four),
+  // so taking it out leaves only the others.
+  any &= ~(std::uint64_t{1} << BlockBit(c));
+  return any != 0;
+}
+
 void CProximityMap::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
     ar.WriteCount(static_cast<std::uint64_t>(m_cells.size()));
@@ -158,8 +250,6 @@ void CProximityMap::Serialize(CArchive& ar) {
   m_start.assign(1, 0);
   m_indices.clear();
   m_cellOf.clear(); // the indices read need not be 0, 1, 2, ...
-  for (Recent& r : m_recent)
-    r = Recent();
   // A cell takes at least three ints and a count.
   const std::uint64_t count = ar.ReadCount(14);
   for (std::uint64_t c = 0; c < count; ++c) {
@@ -176,6 +266,7 @@ void CProximityMap::Serialize(CArchive& ar) {
     }
     m_start.push_back(static_cast<int>(m_indices.size()));
   }
+  BuildOccupancy();
 }
 
 namespace {
@@ -227,23 +318,13 @@ CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCh
   // Welding input is mostly a few copies of each corner: a quarter of the
   // point count is a fair first guess of the cell count.
   auto* map = new CProximityMap(static_cast<int>(NextPrime(static_cast<unsigned>(n / 4 + 1))), n);
-  // Cells of points a little ahead are worked out early so that their slots
-  // are fetched while the current point is entered.
-  constexpr int kAhead = 32;
-  IntCoord ahead[kAhead];
+  // In slices, to answer a cancel request.
+  constexpr int kSlice = 16384;
   const C3DPoint* p = points.GetFirst();
-  for (int i = 0; i < n && i < kAhead; ++i) {
-    ahead[i] = ConvertToProximityCoordinate(p[i], size);
-    map->PrefetchInsert(ahead[i]);
-  }
-  for (int i = 0; i < n; ++i) {
-    const IntCoord cell = ahead[i % kAhead];
-    if (i + kAhead < n) {
-      ahead[i % kAhead] = ConvertToProximityCoordinate(p[i + kAhead], size);
-      map->PrefetchInsert(ahead[i % kAhead]);
-    }
-    map->AddPoint(cell);
-    if (cancel && cancel->Tick()) {
+  for (int first = 0; first < n; first += kSlice) {
+    const int count = std::min(kSlice, n - first);
+    map->AddPoints(p + first, count, size);
+    if (cancel && cancel->Advance(static_cast<std::uint64_t>(count))) {
       delete map;
       return nullptr;
     }

@@ -70,22 +70,10 @@ public:
   // Drops the next point (index 0, 1, 2, ... in call order) into cell;
   // returns the cell's number.
   int AddPoint(const IntCoord& cell);
-  // Starts fetching what AddPoint(cell) or a neighbourhood search around
-  // cell will read: the big tables are far larger than the caches. Inlined
-  // by force: a call that only reads memory counts as having no effect and
-  // would be dropped.
-  [[gnu::always_inline]] void PrefetchInsert(const IntCoord& cell) const {
-    if (m_slots.empty())
-      return;
-    const std::uint32_t hash = IntCoordHash()(cell);
-    const Recent& recent = m_recent[hash & (kRecent - 1)];
-    if (recent.entry >= 0 && recent.cell == cell)
-      return; // no search ahead, most likely
-    __builtin_prefetch(&m_slots[hash & m_mask]);
-    __builtin_prefetch(&m_occupied[BlockWord(cell)]);
-  }
+  // Drops the next count points into their cells for the given cell size.
+  void AddPoints(const C3DPoint* points, int count, float cellSize);
   [[gnu::always_inline]] void PrefetchNeighbourhood(const IntCoord& c) const {
-    if (m_slots.empty())
+    if (m_occupied.empty())
       return;
     for (int dx = -1; dx <= 1; dx += 2)
       for (int dy = -1; dy <= 1; dy += 2)
@@ -102,6 +90,8 @@ public:
   int Find(const IntCoord& cell) const {
     if (m_slots.empty())
       return -1;
+    if (m_occupied.empty())
+      return FindSlot(cell); // not finished yet
     // Most searches are for empty neighbour cells. One bit per cell, in words
     // that each cover a block of 4 x 4 x 4 cells, answers them from the few
     // words around a cell instead of a slot per neighbour.
@@ -131,13 +121,15 @@ public:
   void Serialize(CArchive& ar);
 
 private:
-  // Open addressing on small slots (the hash and the cell's number); the
-  // cell itself is compared in the cell array.
+  // Open addressing; the cell is kept in its slot so that a search reads
+  // one place in memory.
   struct Slot {
-    std::uint32_t hash = 0;
+    IntCoord cell;
     int entry = -1;
   };
   void Grow(std::size_t slots);
+  // The words of the occupied cells, once they are all in.
+  void BuildOccupancy();
   int Insert(const IntCoord& cell, std::uint32_t hash);
   // Blocks next to each other along x share cache lines, so that a sweep
   // through neighbouring cells stays in the cache. Unlucky collisions only
@@ -151,11 +143,14 @@ private:
   static unsigned BlockBit(const IntCoord& c) {
     return static_cast<unsigned>((c.x & 3) | (c.y & 3) << 2 | (c.z & 3) << 4);
   }
+  // False when no cell but c itself among the 27 around c holds points (a
+  // true answer may be wrong: blocks share words).
+  bool MayTouchOthers(const IntCoord& c) const;
   // The slot holding cell, or the empty slot where it belongs.
   std::size_t FindPos(const IntCoord& cell, std::uint32_t hash) const {
     for (std::size_t pos = hash & m_mask;; pos = (pos + 1) & m_mask) {
       const Slot& s = m_slots[pos];
-      if (s.entry < 0 || (s.hash == hash && m_cells[static_cast<std::size_t>(s.entry)] == cell))
+      if (s.entry < 0 || s.cell == cell)
         return pos;
     }
   }
@@ -165,21 +160,12 @@ private:
 
   std::vector<Slot> m_slots;
   std::size_t m_mask = 0;
-  std::vector<std::uint64_t> m_occupied; // a word per block of cells (hashed)
+  std::vector<std::uint64_t> m_occupied; // a word per block of cells (hashed), once finished
   std::size_t m_wordMask = 0;
   std::vector<IntCoord> m_cells;
   std::vector<int> m_start{0}; // cell e's indices: m_indices[m_start[e]] to [m_start[e + 1] - 1]
   std::vector<int> m_indices;
   std::vector<int> m_cellOf;
-  // Cells met lately: shared corners of neighbouring faces usually come close
-  // together in the point list (often a row of faces apart), and this spares
-  // their searches in the far larger slot table.
-  struct Recent {
-    IntCoord cell;
-    int entry = -1;
-  };
-  static constexpr std::size_t kRecent = 8192;
-  std::vector<Recent> m_recent = std::vector<Recent>(kRecent);
 };
 
 // For every cell e of map, the numbers of the cells that hold points among

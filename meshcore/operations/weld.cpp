@@ -11,6 +11,7 @@
 #include "meshcore/scene/base_object.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <numeric>
 #include <vector>
@@ -27,7 +28,9 @@ namespace meshcore {
 //   order; the slot order a map of the result's kind gives them decides each
 //   cluster's representative;
 // - the member sets are built by the same insertions as the walk through the
-//   neighbour sets would make, so ReplaceIndex runs in the same order.
+//   neighbour sets would make, so ReplaceIndex runs in the same order. That
+//   order only matters for a face holding two members of one cluster, so it
+//   is worked out for such clusters alone.
 
 namespace {
 
@@ -100,27 +103,152 @@ void NeighbourSet(const CProximityMap& map, const int* cells, int cellCount, int
   }
 }
 
-void CheckFaceIndices(const C3DFaceList& faces, int n) {
+// The slot count of a fresh set or map of ints of `initial` slots once
+// `count` distinct keys are in (it grows into NextPrime(2 * size) once half
+// full); 0 when that is beyond what the fast path below handles.
+std::uint32_t FinalSlotCount(std::uint32_t initial, std::uint64_t count) {
+  std::uint64_t size = initial;
+  while (count >= size / 2) {
+    if (size > (1u << 30))
+      return 0;
+    size = NextPrime(static_cast<unsigned>(2 * size));
+  }
+  return static_cast<std::uint32_t>(size);
+}
+
+void CheckFaceIndices(const C3DFaceList& faces, int n, CCancelCheck& cancel) {
   for (int f = 0; f < faces.GetSize(); ++f) {
     const C3DFace& face = faces[f];
-    if (face.IsFlagSet(FACE_EXCLUDED))
-      continue;
-    const int* d = face.GetData();
-    for (int k = 0; k < face.GetSize(); ++k)
-      if (d[k] < 0 || d[k] >= n)
-        throw CInvalidArgException();
+    if (!face.IsFlagSet(FACE_EXCLUDED)) {
+      const int* d = face.GetData();
+      for (int k = 0; k < face.GetSize(); ++k)
+        if (d[k] < 0 || d[k] >= n)
+          throw CInvalidArgException();
+    }
+    cancel.Tick();
   }
 }
 
-// Leaves every face as the list's ReplaceIndex(m, target[m]) would, called for
-// each cluster's members in their order: such a call only touches faces that
+// The cells grouped into connected groups of touching cells, and what the
+// welding needs of them.
+struct CCellGroups {
+  const CProximityMap& map;
+  const std::vector<int>& start; // each cell's neighbourhood in around
+  const std::vector<int>& around;
+  std::vector<int> root;           // a cell's group, named by its first cell
+  std::vector<int> size;           // points of the group, by group
+  std::vector<int> cells;          // cells of the group, by group
+  std::vector<int> representative; // by group, -1 for a group of one point
+  // The cells of each group of several cells, built on first need.
+  std::vector<int> groupStart, groupList;
+
+  CCellGroups(const CProximityMap& m, const std::vector<int>& s, const std::vector<int>& a)
+      : map(m), start(s), around(a) {}
+
+  void BuildGroupLists() {
+    if (!groupStart.empty())
+      return;
+    const std::size_t count = root.size();
+    groupStart.assign(count + 1, 0);
+    for (std::size_t e = 0; e < count; ++e)
+      if (cells[static_cast<std::size_t>(root[e])] > 1)
+        ++groupStart[static_cast<std::size_t>(root[e]) + 1];
+    std::partial_sum(groupStart.begin(), groupStart.end(), groupStart.begin());
+    groupList.resize(static_cast<std::size_t>(groupStart.back()));
+    std::vector<int> fill(groupStart.begin(), groupStart.end() - 1);
+    for (std::size_t e = 0; e < count; ++e)
+      if (cells[static_cast<std::size_t>(root[e])] > 1)
+        groupList[static_cast<std::size_t>(fill[static_cast<std::size_t>(root[e])]++)] =
+            static_cast<int>(e);
+  }
+
+  // The members of group's cluster (its points but the representative p) in
+  // the order the walk through the proximity result enters them into the
+  // member set.
+  void Members(int group, std::vector<int>& members) {
+    const int p = representative[static_cast<std::size_t>(group)];
+    members.clear();
+    if (cells[static_cast<std::size_t>(group)] == 1) {
+      // One cell: every point neighbours every other. p's set is the others
+      // in index order; the walk enters them into the member set in that set's
+      // slot order and then p itself (met again as a neighbour), which goes.
+      const CIndexRun a = map.GetIndices(group);
+      if (a.GetSize() == 2) {
+        members.push_back(a[0] == p ? a[1] : a[0]);
+        return;
+      }
+      CSlotOrder own(5), set(5); // a fresh set's slot count
+      for (int k = 0; k < a.GetSize(); ++k)
+        if (a[k] != p)
+          own.Insert(a[k]);
+      own.ForEach([&](int j) { set.Insert(j); });
+      set.Insert(p);
+      set.ForEach([&](int j) {
+        if (j != p)
+          members.push_back(j);
+      });
+      return;
+    }
+    // Several cells: walk the neighbour sets themselves.
+    BuildGroupLists();
+    CFlatMap<int, int> localOf;
+    std::vector<std::unique_ptr<CHashTable<int>>> sets;
+    for (int g = groupStart[static_cast<std::size_t>(group)];
+         g < groupStart[static_cast<std::size_t>(group) + 1]; ++g) {
+      const int e = groupList[static_cast<std::size_t>(g)];
+      const CIndexRun a = map.GetIndices(e);
+      for (int k = 0; k < a.GetSize(); ++k) {
+        localOf.SetAt(a[k], static_cast<int>(sets.size()));
+        auto neighbours = std::make_unique<CHashTable<int>>();
+        NeighbourSet(map, around.data() + start[static_cast<std::size_t>(e)],
+                     start[static_cast<std::size_t>(e) + 1] - start[static_cast<std::size_t>(e)],
+                     a[k], *neighbours);
+        sets.push_back(std::move(neighbours));
+      }
+    }
+    std::vector<char> visited(sets.size(), 0);
+    std::vector<int> stack{p};
+    CHashTable<int> memberSet;
+    visited[static_cast<std::size_t>(*localOf.PLookup(p))] = 1;
+    while (!stack.empty()) {
+      const int q = stack.back();
+      stack.pop_back();
+      const CHashTable<int>& around_q = *sets[static_cast<std::size_t>(*localOf.PLookup(q))];
+      for (int it = around_q.GetFirst(); it >= 0;) {
+        int j = 0;
+        around_q.GetNext(it, j);
+        memberSet.Insert(j);
+        char& seen = visited[static_cast<std::size_t>(*localOf.PLookup(j))];
+        if (!seen) {
+          seen = 1;
+          stack.push_back(j);
+        }
+      }
+    }
+    memberSet.Remove(p);
+    for (int it = memberSet.GetFirst(); it >= 0;) {
+      int j = 0;
+      memberSet.GetNext(it, j);
+      members.push_back(j);
+    }
+  }
+};
+
+// Leaves every face as the list's ReplaceIndex(m, p) would, called for each
+// cluster's members m in their order: such a call only touches faces that
 // hold m, never brings m back, and calls of different clusters touch disjoint
 // indices, so each face can take its own members, cluster by cluster, in
 // member order. Excluded faces are left alone, as the list's graph skips them.
 // Returns whether a face changed.
-bool RemapFaces(C3DFaceList& faces, const std::vector<int>& target, const std::vector<int>& order) {
+bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
+                const std::vector<int>& repOfCell, CCellGroups& groups) {
+  struct Hit {
+    int index, target, order;
+  };
   bool changed = false;
-  std::vector<int> hits;
+  std::vector<Hit> hits;
+  std::vector<int> order, members; // order by point, filled per group on first need
+  std::vector<char> ordered;
   for (int f = 0; f < faces.GetSize(); ++f) {
     C3DFace& face = faces[f];
     if (face.IsFlagSet(FACE_EXCLUDED))
@@ -128,24 +256,55 @@ bool RemapFaces(C3DFaceList& faces, const std::vector<int>& target, const std::v
     const int* d = face.GetData();
     const int size = face.GetSize();
     hits.clear();
-    for (int k = 0; k < size; ++k)
-      if (target[static_cast<std::size_t>(d[k])] >= 0)
-        hits.push_back(d[k]);
+    for (int k = 0; k < size; ++k) {
+      const int r = repOfCell[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(d[k])])];
+      if (r >= 0 && r != d[k])
+        hits.push_back({d[k], r, 0});
+    }
     if (hits.empty())
       continue;
     changed = true;
     if (hits.size() > 1) {
-      std::sort(hits.begin(), hits.end(), [&](int a, int b) {
-        const int ta = target[static_cast<std::size_t>(a)],
-                  tb = target[static_cast<std::size_t>(b)];
-        return ta != tb ? ta < tb
-                        : order[static_cast<std::size_t>(a)] < order[static_cast<std::size_t>(b)];
-      });
-      // One call per member, however often the face lists it.
-      hits.erase(std::unique(hits.begin(), hits.end()), hits.end());
+      // Faces are short: insertion sorts. One call per member, however often
+      // the face lists it.
+      const auto byTarget = [](const Hit& a, const Hit& b) {
+        return a.target != b.target ? a.target < b.target : a.index < b.index;
+      };
+      for (std::size_t i = 1; i < hits.size(); ++i)
+        for (std::size_t j = i; j > 0 && byTarget(hits[j], hits[j - 1]); --j)
+          std::swap(hits[j], hits[j - 1]);
+      hits.erase(std::unique(hits.begin(), hits.end(),
+                             [](const Hit& a, const Hit& b) { return a.index == b.index; }),
+                 hits.end());
+      bool shared = false;
+      for (std::size_t i = 1; i < hits.size(); ++i)
+        shared = shared || hits[i].target == hits[i - 1].target;
+      if (shared) {
+        for (Hit& h : hits) {
+          const int group =
+              groups.root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(h.target)])];
+          if (ordered.empty()) {
+            ordered.assign(groups.root.size(), 0);
+            order.assign(cellOf.size(), 0);
+          }
+          if (!ordered[static_cast<std::size_t>(group)]) {
+            ordered[static_cast<std::size_t>(group)] = 1;
+            groups.Members(group, members);
+            for (std::size_t k = 0; k < members.size(); ++k)
+              order[static_cast<std::size_t>(members[k])] = static_cast<int>(k);
+          }
+          h.order = order[static_cast<std::size_t>(h.index)];
+        }
+        const auto byOrder = [](const Hit& a, const Hit& b) {
+          return a.target != b.target ? a.target < b.target : a.order < b.order;
+        };
+        for (std::size_t i = 1; i < hits.size(); ++i)
+          for (std::size_t j = i; j > 0 && byOrder(hits[j], hits[j - 1]); --j)
+            std::swap(hits[j], hits[j - 1]);
+      }
     }
-    for (int m : hits)
-      face.ReplaceIndex(m, target[static_cast<std::size_t>(m)]);
+    for (const Hit& h : hits)
+      face.ReplaceIndex(h.index, h.target);
   }
   return changed;
 }
@@ -165,176 +324,105 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
 
   // Everything up to the rewriting of the faces works on data of its own, so
   // a cancel request is answered at once and leaves the object as it was. The
-  // points are passed over about twice and the cells four times.
+  // points are passed over about twice, the cells three times and the faces once.
   CCancelCheck cancel(static_cast<std::uint64_t>(n) * 3);
   detail::CProgressScope progress;
   std::unique_ptr<CProximityMap> map(InitProximityMap(*points, tolerance, &cancel));
   if (!map)
     return kWeldCancelled;
   const int cellCount = map->GetCount();
-  cancel.SetTotal(static_cast<std::uint64_t>(n) * 2 + static_cast<std::uint64_t>(cellCount) * 3);
+  cancel.SetTotal(static_cast<std::uint64_t>(n) * 2 + static_cast<std::uint64_t>(cellCount) * 3 +
+                  static_cast<std::uint64_t>(faces->GetSize()));
   const std::vector<int>& cellOf = map->GetCellOfPoints();
   std::vector<int> start, around;
   if (!GetCellNeighbourhoods(*map, start, around, &cancel))
     return kWeldCancelled;
+  const auto cells = static_cast<std::size_t>(cellCount);
 
   // Groups of touching cells.
-  std::vector<int> parent(static_cast<std::size_t>(cellCount));
-  std::iota(parent.begin(), parent.end(), 0);
-  for (int e = 0; e < cellCount; ++e) {
-    for (int k = start[static_cast<std::size_t>(e)]; k < start[static_cast<std::size_t>(e) + 1];
-         ++k) {
-      const int a = Root(parent, e), b = Root(parent, around[static_cast<std::size_t>(k)]);
-      if (a != b)
-        parent[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
+  CCellGroups groups(*map, start, around);
+  std::vector<int>& root = groups.root;
+  root.resize(cells);
+  std::iota(root.begin(), root.end(), 0);
+  for (std::size_t e = 0; e < cells; ++e) {
+    if (start[e + 1] - start[e] > 1)
+      for (int k = start[e]; k < start[e + 1]; ++k) {
+        const int a = Root(root, static_cast<int>(e)),
+                  b = Root(root, around[static_cast<std::size_t>(k)]);
+        if (a != b)
+          root[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
+      }
+    if (cancel.Tick())
+      return kWeldCancelled;
+  }
+  groups.size.assign(cells, 0);
+  groups.cells.assign(cells, 0);
+  for (std::size_t e = 0; e < cells; ++e) {
+    const int r = Root(root, static_cast<int>(e));
+    root[e] = r;
+    groups.size[static_cast<std::size_t>(r)] += map->GetIndices(static_cast<int>(e)).GetSize();
+    ++groups.cells[static_cast<std::size_t>(r)];
+  }
+
+  // The proximity result's keys are the points of groups of two or more. A
+  // cluster's representative is its first key in the result's slot order.
+  std::vector<int>& representative = groups.representative;
+  representative.assign(cells, -1);
+  std::uint64_t keyCount = 0;
+  int maxKey = -1;
+  for (std::size_t e = 0; e < cells; ++e)
+    if (groups.size[static_cast<std::size_t>(root[e])] >= 2) {
+      const CIndexRun a = map->GetIndices(static_cast<int>(e));
+      keyCount += static_cast<std::uint64_t>(a.GetSize());
+      maxKey = std::max(maxKey, a[a.GetSize() - 1]);
     }
-    if (cancel.Tick())
-      return kWeldCancelled;
+  const std::uint32_t slots = FinalSlotCount(47, keyCount); // a fresh map's slot count
+  if (maxKey >= 0 && maxKey < (1 << 27) && static_cast<std::uint32_t>(maxKey) < slots) {
+    // Below the (prime) slot count, keys k have distinct home slots 16 k mod
+    // slots, so each sits in its own whatever the order it came in.
+    std::vector<std::uint32_t> best(cells, UINT32_MAX);
+    for (std::size_t e = 0; e < cells; ++e) {
+      const auto r = static_cast<std::size_t>(root[e]);
+      if (groups.size[r] < 2)
+        continue;
+      const CIndexRun a = map->GetIndices(static_cast<int>(e));
+      for (int k = 0; k < a.GetSize(); ++k) {
+        const std::uint32_t slot = (static_cast<std::uint32_t>(a[k]) << 4) % slots;
+        if (slot < best[r]) {
+          best[r] = slot;
+          representative[r] = a[k];
+        }
+      }
+      if (cancel.Tick())
+        return kWeldCancelled;
+    }
+  } else if (maxKey >= 0) {
+    CSlotOrder keys(47);
+    for (int i = 0; i < n; ++i) {
+      if (groups.size[static_cast<std::size_t>(
+              root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(i)])])] >= 2)
+        keys.Insert(i);
+      if (cancel.Tick())
+        return kWeldCancelled;
+    }
+    keys.ForEach([&](int p) {
+      int& r = representative[static_cast<std::size_t>(
+          root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(p)])])];
+      if (r < 0)
+        r = p;
+    });
   }
-  std::vector<int> groupSize(static_cast<std::size_t>(cellCount), 0);
-  std::vector<int> groupCells(static_cast<std::size_t>(cellCount), 0);
-  for (int e = 0; e < cellCount; ++e) {
-    const int r = Root(parent, e);
-    parent[static_cast<std::size_t>(e)] = r;
-    groupSize[static_cast<std::size_t>(r)] += map->GetIndices(e).GetSize();
-    ++groupCells[static_cast<std::size_t>(r)];
-  }
-
-  // The proximity result's keys, in its own slot order.
-  CSlotOrder keys(47); // a fresh map's slot count
-  for (int i = 0; i < n; ++i) {
-    if (groupSize[static_cast<std::size_t>(
-            parent[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(i)])])] >= 2)
-      keys.Insert(i);
-    if (cancel.Tick())
-      return kWeldCancelled;
-  }
-
-  // The cells of each multi-cell group, for the general case below.
-  std::vector<int> groupStart(static_cast<std::size_t>(cellCount) + 1, 0);
-  std::vector<int> groupList;
-  bool anyMultiCell = false;
-  for (int e = 0; e < cellCount; ++e)
-    anyMultiCell = anyMultiCell || groupCells[static_cast<std::size_t>(e)] > 1;
-  if (anyMultiCell) {
-    for (int e = 0; e < cellCount; ++e)
-      if (groupCells[static_cast<std::size_t>(parent[static_cast<std::size_t>(e)])] > 1)
-        ++groupStart[static_cast<std::size_t>(parent[static_cast<std::size_t>(e)]) + 1];
-    std::partial_sum(groupStart.begin(), groupStart.end(), groupStart.begin());
-    groupList.resize(static_cast<std::size_t>(groupStart.back()));
-    std::vector<int> fill(groupStart.begin(), groupStart.end() - 1);
-    for (int e = 0; e < cellCount; ++e)
-      if (groupCells[static_cast<std::size_t>(parent[static_cast<std::size_t>(e)])] > 1)
-        groupList[static_cast<std::size_t>(
-            fill[static_cast<std::size_t>(parent[static_cast<std::size_t>(e)])]++)] = e;
-  }
+  std::vector<int> repOfCell(cells);
+  for (std::size_t e = 0; e < cells; ++e)
+    repOfCell[e] = representative[static_cast<std::size_t>(root[e])];
 
   // Indices the graph of the faces could not hold are refused before anything moves.
-  CheckFaceIndices(*faces, n);
-  std::vector<int> members, stack, local;
-  std::vector<std::unique_ptr<CHashTable<int>>> sets;
-  CFlatMap<int, int> localOf;
-  // Each member's target point and place in its cluster's replacement order.
-  std::vector<int> target(static_cast<std::size_t>(n), -1), order(static_cast<std::size_t>(n), 0);
-
-  CSlotOrder own(5), set(5); // a fresh set's slot count
-  // A cluster's representative is its first point in the keys' slot order.
-  // Clusters touch disjoint point indices, so the order in which they are
-  // replaced does not change the result: take them in cell order, which walks
-  // the faces far more coherently than the slot order.
-  std::vector<int> representative(static_cast<std::size_t>(cellCount), -1);
-  keys.ForEach([&](int p) {
-    int& r = representative[static_cast<std::size_t>(
-        parent[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(p)])])];
-    if (r < 0)
-      r = p;
-  });
-  for (int group = 0; group < cellCount; ++group) {
-    if (cancel.Tick())
-      return kWeldCancelled;
-    const int p = representative[static_cast<std::size_t>(group)];
-    if (p < 0)
-      continue;
-    members.clear();
-
-    if (groupCells[static_cast<std::size_t>(group)] == 1) {
-      // One cell: every point neighbours every other. p's set is the others
-      // in index order; the walk enters them into the member set in that set's
-      // slot order and then p itself (met again as a neighbour), which goes.
-      const CIndexRun a = map->GetIndices(group);
-      if (a.GetSize() == 2) {
-        members.push_back(a[0] == p ? a[1] : a[0]);
-      } else {
-        own.Reset(5);
-        for (int k = 0; k < a.GetSize(); ++k)
-          if (a[k] != p)
-            own.Insert(a[k]);
-        set.Reset(5);
-        own.ForEach([&](int j) { set.Insert(j); });
-        set.Insert(p);
-        set.ForEach([&](int j) {
-          if (j != p)
-            members.push_back(j);
-        });
-      }
-    } else {
-      // Several cells: walk the neighbour sets themselves.
-      localOf.RemoveAll();
-      local.clear();
-      sets.clear();
-      for (int g = groupStart[static_cast<std::size_t>(group)];
-           g < groupStart[static_cast<std::size_t>(group) + 1]; ++g) {
-        const CIndexRun a = map->GetIndices(groupList[static_cast<std::size_t>(g)]);
-        for (int k = 0; k < a.GetSize(); ++k) {
-          localOf.SetAt(a[k], static_cast<int>(local.size()));
-          local.push_back(a[k]);
-          auto set = std::make_unique<CHashTable<int>>();
-          const int e = groupList[static_cast<std::size_t>(g)];
-          NeighbourSet(*map, around.data() + start[static_cast<std::size_t>(e)],
-                       start[static_cast<std::size_t>(e) + 1] - start[static_cast<std::size_t>(e)],
-                       a[k], *set);
-          sets.push_back(std::move(set));
-        }
-      }
-      std::vector<char> visited(local.size(), 0);
-      CHashTable<int> memberSet;
-      visited[static_cast<std::size_t>(*localOf.PLookup(p))] = 1;
-      stack.push_back(p);
-      while (!stack.empty()) {
-        if (cancel.Tick())
-          return kWeldCancelled;
-        const int q = stack.back();
-        stack.pop_back();
-        const CHashTable<int>& around_q = *sets[static_cast<std::size_t>(*localOf.PLookup(q))];
-        for (int it = around_q.GetFirst(); it >= 0;) {
-          int j = 0;
-          around_q.GetNext(it, j);
-          memberSet.Insert(j);
-          char& seen = visited[static_cast<std::size_t>(*localOf.PLookup(j))];
-          if (!seen) {
-            seen = 1;
-            stack.push_back(j);
-          }
-        }
-      }
-      memberSet.Remove(p);
-      for (int it = memberSet.GetFirst(); it >= 0;) {
-        int j = 0;
-        memberSet.GetNext(it, j);
-        members.push_back(j);
-      }
-    }
-
-    for (std::size_t k = 0; k < members.size(); ++k) {
-      target[static_cast<std::size_t>(members[k])] = p;
-      order[static_cast<std::size_t>(members[k])] = static_cast<int>(k);
-    }
-  }
+  CheckFaceIndices(*faces, n, cancel);
 
   // From here on the object changes: the rest runs to its end.
   if (cancel.Check())
     return kWeldCancelled;
-  if (RemapFaces(*faces, target, order)) {
+  if (RemapFaces(*faces, cellOf, repOfCell, groups)) {
     faces->DeleteEdgeToFaceGraph();
     object.Clean();
   }
