@@ -168,6 +168,8 @@ protected:
   // Removes each index equal to the next one without wrapping: (1, 2, 1) stays.
   // Flags FACE_INVALID the faces left with fewer than three indices.
   void CleanPointsIndex();
+  // Drops the faces flagged FACE_INVALID, kept being how many are not; as Clean.
+  int Compact(int kept, CIndexMap* oldToNew);
 
   std::vector<CIntArrayID> m_pointToFace;
   int m_pointGraphBuilt = 0;

@@ -28,26 +28,20 @@ namespace {
   return 0; // NaN
 }
 
-// The cells of a row of four in a block that lie within one of c, as bits,
-// for the block starting at first (a multiple of four).
-unsigned RowMask(std::int32_t c, std::int32_t first) {
-  const std::int32_t lo = std::max(c - 1, first) - first, hi = std::min(c + 1, first + 3) - first;
-  return (2u << hi) - (1u << lo);
+float CellSizeFor(float tolerance) {
+  return (tolerance == 0.0f ? 1e-7f : tolerance) * 0.5f;
 }
 
 // Spreads four bits to the rows (y, four bits apart) and layers (z, sixteen
 // bits apart) of a block's word.
-constexpr std::uint16_t kSpreadY[16] = {0x0000, 0x0001, 0x0010, 0x0011, 0x0100, 0x0101,
+constexpr std::uint64_t kSpreadY[16] = {0x0000, 0x0001, 0x0010, 0x0011, 0x0100, 0x0101,
                                         0x0110, 0x0111, 0x1000, 0x1001, 0x1010, 0x1011,
                                         0x1100, 0x1101, 0x1110, 0x1111};
-std::uint64_t SpreadZ(unsigned m) {
-  return (m & 1 ? 1ull : 0) | (m & 2 ? 1ull << 16 : 0) | (m & 4 ? 1ull << 32 : 0) |
-         (m & 8 ? 1ull << 48 : 0);
-}
-
-float CellSizeFor(float tolerance) {
-  return (tolerance == 0.0f ? 1e-7f : tolerance) * 0.5f;
-}
+constexpr std::uint64_t kSpreadZ[16] = {
+    0x0000000000000000, 0x0000000000000001, 0x0000000000010000, 0x0000000000010001,
+    0x0000000100000000, 0x0000000100000001, 0x0000000100010000, 0x0000000100010001,
+    0x0001000000000000, 0x0001000000000001, 0x0001000000010000, 0x0001000000010001,
+    0x0001000100000000, 0x0001000100000001, 0x0001000100010000, 0x0001000100010001};
 
 } // namespace
 
@@ -202,25 +196,29 @@ void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector
 }
 
 bool CProximityMap::MayTouchOthers(const IntCoord& c) const {
-  if (c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN || c.y == INT32_MAX ||
-      c.z == INT32_MIN || c.z == INT32_MAX)
+  if (m_occupied.empty() || c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN ||
+      c.y == INT32_MAX || c.z == INT32_MIN || c.z == INT32_MAX)
     return true;
-  // The 27 cells as masks over the (at most two per axis) blocks they span;
-  // welding data is mostly cells with no other around, answered from these
-  // few words.
+  // The three cells c - 1 to c + 1 of each axis fall in one block or two:
+  // as bits of a block's row, 7 << ((c - 1) & 3) split at bit 4. Welding data
+  // is mostly cells with no other around, answered from these few words.
+  const unsigned sx = 7u << ((c.x - 1) & 3), sy = 7u << ((c.y - 1) & 3), sz = 7u << ((c.z - 1) & 3);
+  const std::uint64_t mx[2] = {sx & 15, sx >> 4};
+  const unsigned my[2] = {sy & 15, sy >> 4}, mz[2] = {sz & 15, sz >> 4};
   const std::int32_t bx = (c.x - 1) >> 2, by = (c.y - 1) >> 2, bz = (c.z - 1) >> 2;
-  const int nx = ((c.x + 1) >> 2) - bx, ny = ((c.y + 1) >> 2) - by, nz = ((c.z + 1) >> 2) - bz;
   std::uint64_t any = 0;
-  for (int iz = 0; iz <= nz; ++iz) {
-    const std::int32_t z0 = (bz + iz) * 4;
-    const std::uint64_t mz = SpreadZ(RowMask(c.z, z0));
-    for (int iy = 0; iy <= ny; ++iy) {
-      const std::int32_t y0 = (by + iy) * 4;
-      const std::uint64_t myz = kSpreadY[RowMask(c.y, y0)] * mz;
-      for (int ix = 0; ix <= nx; ++ix) {
-        const std::int32_t x0 = (bx + ix) * 4;
-        any |= m_occupied[BlockWord({x0, y0, z0})] & (RowMask(c.x, x0) * myz);
-      }
+  for (int iz = 0; iz < 2; ++iz) {
+    if (!mz[iz])
+      continue;
+    for (int iy = 0; iy < 2; ++iy) {
+      if (!my[iy])
+        continue;
+      const std::uint64_t yz = kSpreadY[my[iy]] * kSpreadZ[mz[iz]];
+      // Blocks next to each other along x have words next to each other.
+      const std::size_t w = BlockWordOf(bx, by + iy, bz + iz);
+      any |= m_occupied[w] & (mx[0] * yz);
+      if (mx[1])
+        any |= m_occupied[(w + 1) & m_wordMask] & (mx[1] * yz);
     }
   }
   // No other cell within one of c has c's bit (that takes a step of four),
@@ -293,7 +291,11 @@ bool GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
   for (int e = 0; e < count; ++e) {
     if (e + kAhead < count)
       map.PrefetchNeighbourhood(map.GetCell(e + kAhead));
-    Neighbourhood(map, map.GetCell(e), e, around);
+    const IntCoord& c = map.GetCell(e);
+    if (map.MayTouchOthers(c))
+      map.AppendNeighbourhood(c, e, around);
+    else
+      around.push_back(e);
     start[static_cast<std::size_t>(e) + 1] = static_cast<int>(around.size());
     if (cancel && cancel->Tick())
       return false;

@@ -75,13 +75,10 @@ public:
   [[gnu::always_inline]] void PrefetchNeighbourhood(const IntCoord& c) const {
     if (m_occupied.empty())
       return;
-    for (int dx = -1; dx <= 1; dx += 2)
-      for (int dy = -1; dy <= 1; dy += 2)
-        for (int dz = -1; dz <= 1; dz += 2)
-          __builtin_prefetch(&m_occupied[BlockWord(
-              {static_cast<std::int32_t>(static_cast<std::uint32_t>(c.x) + dx),
-               static_cast<std::int32_t>(static_cast<std::uint32_t>(c.y) + dy),
-               static_cast<std::int32_t>(static_cast<std::uint32_t>(c.z) + dz)})]);
+    const std::int32_t bx = (c.x - 1) >> 2, by = (c.y - 1) >> 2, bz = (c.z - 1) >> 2;
+    for (int iy = 0; iy < 2; ++iy)
+      for (int iz = 0; iz < 2; ++iz)
+        __builtin_prefetch(&m_occupied[BlockWordOf(bx, by + iy, bz + iz)]);
   }
   // Groups the points by cell; call once after the last AddPoint.
   void Finish();
@@ -108,6 +105,9 @@ public:
   // cell, in the neighbour search's order (x slowest, z fastest); self, when
   // not -1, is taken as cell's own number without a search.
   void AppendNeighbourhood(const IntCoord& cell, int self, std::vector<int>& out) const;
+  // False when no cell but c itself among the 27 around c holds points; a
+  // true answer may be wrong (blocks of cells share words).
+  bool MayTouchOthers(const IntCoord& c) const;
   int GetCount() const { return static_cast<int>(m_cells.size()); }
   const IntCoord& GetCell(int e) const { return m_cells[static_cast<std::size_t>(e)]; }
   CIndexRun GetIndices(int e) const {
@@ -134,18 +134,18 @@ private:
   // Blocks next to each other along x share cache lines, so that a sweep
   // through neighbouring cells stays in the cache. Unlucky collisions only
   // cost extra slot searches.
-  std::size_t BlockWord(const IntCoord& c) const {
-    return (static_cast<std::uint32_t>(c.x >> 2) +
-            static_cast<std::uint32_t>(c.y >> 2) * 0x9E3779B1u +
-            static_cast<std::uint32_t>(c.z >> 2) * 0x85EBCA77u) &
+  std::size_t BlockWordOf(std::int32_t bx, std::int32_t by, std::int32_t bz) const {
+    return (static_cast<std::uint32_t>(bx) + static_cast<std::uint32_t>(by) * 0x9E3779B1u +
+            static_cast<std::uint32_t>(bz) * 0x85EBCA77u) &
            m_wordMask;
+  }
+  std::size_t BlockWord(const IntCoord& c) const {
+    return BlockWordOf(c.x >> 2, c.y >> 2, c.z >> 2);
   }
   static unsigned BlockBit(const IntCoord& c) {
     return static_cast<unsigned>((c.x & 3) | (c.y & 3) << 2 | (c.z & 3) << 4);
   }
-  // False when no cell but c itself among the 27 around c holds points (a
-  // true answer may be wrong: blocks share words).
-  bool MayTouchOthers(const IntCoord& c) const;
+
   // The slot holding cell, or the empty slot where it belongs.
   std::size_t FindPos(const IntCoord& cell, std::uint32_t hash) const {
     for (std::size_t pos = hash & m_mask;; pos = (pos + 1) & m_mask) {

@@ -243,7 +243,7 @@ struct CCellGroups {
 bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
                 const std::vector<int>& repOfCell, CCellGroups& groups) {
   struct Hit {
-    int index, target, order;
+    int index, target, order, position;
   };
   bool changed = false;
   std::vector<Hit> hits;
@@ -253,17 +253,31 @@ bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
     C3DFace& face = faces[f];
     if (face.IsFlagSet(FACE_EXCLUDED))
       continue;
-    const int* d = face.GetData();
+    int* d = face.GetData();
     const int size = face.GetSize();
     hits.clear();
     for (int k = 0; k < size; ++k) {
       const int r = repOfCell[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(d[k])])];
       if (r >= 0 && r != d[k])
-        hits.push_back({d[k], r, 0});
+        hits.push_back({d[k], r, 0, k});
     }
     if (hits.empty())
       continue;
     changed = true;
+    // Usually each hit is the face's only point of its cluster and no target
+    // is in the face yet: every call then just overwrites its member.
+    bool plain = size >= 3;
+    for (std::size_t i = 0; plain && i < hits.size(); ++i) {
+      for (int k = 0; k < size; ++k)
+        plain = plain && d[k] != hits[i].target;
+      for (std::size_t j = 0; j < i; ++j)
+        plain = plain && hits[j].target != hits[i].target && hits[j].index != hits[i].index;
+    }
+    if (plain) {
+      for (const Hit& h : hits)
+        d[h.position] = h.target;
+      continue;
+    }
     if (hits.size() > 1) {
       // Faces are short: insertion sorts. One call per member, however often
       // the face lists it.
