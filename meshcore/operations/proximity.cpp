@@ -28,6 +28,20 @@ namespace {
   return 0; // NaN
 }
 
+// The cell of a point: the three divisions at once when the quotients are
+// all within the int range (nearly always), one by one otherwise.
+using V4f = float __attribute__((vector_size(16)));
+using V4i = std::int32_t __attribute__((vector_size(16)));
+[[gnu::always_inline]] inline IntCoord CellOf(const C3DPoint& p, float size) {
+  const V4f q = V4f{p.x, p.y, p.z, 0.0f} / size;
+  const V4i inRange = (q < 2147483648.0f) & (q > -2147483648.0f);
+  if (inRange[0] & inRange[1] & inRange[2]) {
+    const V4i c = __builtin_convertvector(q, V4i); // truncates toward zero
+    return {c[0], c[1], c[2]};
+  }
+  return {CellIndex(p.x, size), CellIndex(p.y, size), CellIndex(p.z, size)};
+}
+
 float CellSizeFor(float tolerance) {
   return (tolerance == 0.0f ? 1e-7f : tolerance) * 0.5f;
 }
@@ -64,7 +78,7 @@ void CProximityMap::Grow(std::size_t want) {
     std::size_t pos = IntCoordHash()(m_cells[e]) & m_mask;
     while (m_slots[pos].entry >= 0)
       pos = (pos + 1) & m_mask;
-    m_slots[pos] = {m_cells[e], static_cast<int>(e)};
+    m_slots[pos] = {IntCoordHash()(m_cells[e]), static_cast<int>(e)};
   }
 }
 
@@ -73,7 +87,7 @@ int CProximityMap::Insert(const IntCoord& cell, std::uint32_t hash) {
     Grow(m_slots.empty() ? 16 : m_slots.size() * 2);
   Slot& slot = m_slots[FindPos(cell, hash)];
   if (slot.entry < 0) {
-    slot = {cell, static_cast<int>(m_cells.size())};
+    slot = {hash, static_cast<int>(m_cells.size())};
     m_cells.push_back(cell);
   }
   return slot.entry;
@@ -96,25 +110,34 @@ void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize)
   for (int first = 0; first < count; first += kBatch) {
     const int batch = std::min(kBatch, count - first);
     for (int k = 0; k < batch; ++k) {
-      const C3DPoint& p = points[first + k];
-      cells[k] = {CellIndex(p.x, cellSize), CellIndex(p.y, cellSize), CellIndex(p.z, cellSize)};
+      cells[k] = CellOf(points[first + k], cellSize);
       hashes[k] = IntCoordHash()(cells[k]);
       if (!m_slots.empty())
         __builtin_prefetch(&m_slots[hashes[k] & m_mask]);
     }
     for (int k = 0; k < batch; ++k) {
       // Most points find their cell filled already: search before any growth.
+      std::size_t pos = hashes[k] & m_mask;
       int e = -1;
-      for (std::size_t pos = hashes[k] & m_mask; !m_slots.empty(); pos = (pos + 1) & m_mask) {
+      for (; !m_slots.empty(); pos = (pos + 1) & m_mask) {
         const Slot& s = m_slots[pos];
         if (s.entry < 0)
           break;
-        if (s.cell == cells[k]) {
+        if (s.hash == hashes[k] && m_cells[static_cast<std::size_t>(s.entry)] == cells[k]) {
           e = s.entry;
           break;
         }
       }
-      m_cellOf[out++] = e >= 0 ? e : Insert(cells[k], hashes[k]);
+      if (e < 0) {
+        if ((m_cells.size() + 1) * 2 > m_slots.size()) {
+          e = Insert(cells[k], hashes[k]);
+        } else {
+          e = static_cast<int>(m_cells.size());
+          m_slots[pos] = {hashes[k], e};
+          m_cells.push_back(cells[k]);
+        }
+      }
+      m_cellOf[out++] = e;
     }
   }
 }
@@ -130,19 +153,29 @@ void CProximityMap::BuildOccupancy() {
     m_occupied[BlockWord(c)] |= std::uint64_t{1} << BlockBit(c);
 }
 
-void CProximityMap::Finish() {
+void CProximityMap::Finish(bool withIndices) {
   BuildOccupancy();
-  // Counting sort of the points by cell: each cell's indices come out increasing.
   m_start.assign(m_cells.size() + 1, 0);
   for (int e : m_cellOf)
     ++m_start[static_cast<std::size_t>(e) + 1];
   for (std::size_t e = 0; e < m_cells.size(); ++e)
     m_start[e + 1] += m_start[e];
+  m_indices.clear();
+  m_indexed = false;
+  if (withIndices)
+    BuildIndices();
+}
+
+void CProximityMap::BuildIndices() {
+  if (m_indexed)
+    return;
+  // Counting sort of the points by cell: each cell's indices come out increasing.
   m_indices.resize(m_cellOf.size());
   std::vector<int> fill(m_start.begin(), m_start.end() - 1);
   for (std::size_t i = 0; i < m_cellOf.size(); ++i)
     m_indices[static_cast<std::size_t>(fill[static_cast<std::size_t>(m_cellOf[i])]++)] =
         static_cast<int>(i);
+  m_indexed = true;
 }
 
 void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector<int>& out) const {
@@ -229,6 +262,7 @@ bool CProximityMap::MayTouchOthers(const IntCoord& c) const {
 
 void CProximityMap::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
+    BuildIndices();
     ar.WriteCount(static_cast<std::uint64_t>(m_cells.size()));
     for (int e = 0; e < GetCount(); ++e) {
       const IntCoord& c = m_cells[static_cast<std::size_t>(e)];
@@ -247,6 +281,7 @@ void CProximityMap::Serialize(CArchive& ar) {
   m_cells.clear();
   m_start.assign(1, 0);
   m_indices.clear();
+  m_indexed = true;
   m_cellOf.clear(); // the indices read need not be 0, 1, 2, ...
   // A cell takes at least three ints and a count.
   const std::uint64_t count = ar.ReadCount(14);
@@ -311,7 +346,8 @@ IntCoord GetProximityCoordinate(const C3DPointList& points, int index) {
   return ConvertToProximityCoordinate(points[index], points.GetProximityCellSize());
 }
 
-CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCheck* cancel) {
+CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCheck* cancel,
+                                bool withIndices) {
   const float size = CellSizeFor(tolerance);
   points.SetProximityCellSize(size);
   const int n = points.GetSize();
@@ -331,7 +367,7 @@ CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCh
       return nullptr;
     }
   }
-  map->Finish();
+  map->Finish(withIndices);
   return map;
 }
 

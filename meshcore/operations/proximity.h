@@ -72,6 +72,7 @@ public:
   int AddPoint(const IntCoord& cell);
   // Drops the next count points into their cells for the given cell size.
   void AddPoints(const C3DPoint* points, int count, float cellSize);
+  // Starts fetching what MayTouchOthers(c) will read.
   [[gnu::always_inline]] void PrefetchNeighbourhood(const IntCoord& c) const {
     if (m_occupied.empty())
       return;
@@ -80,8 +81,12 @@ public:
       for (int iz = 0; iz < 2; ++iz)
         __builtin_prefetch(&m_occupied[BlockWordOf(bx, by + iy, bz + iz)]);
   }
-  // Groups the points by cell; call once after the last AddPoint.
-  void Finish();
+  // Freezes the map; call once after the last AddPoint. Without indices
+  // only the points' cells and the cells' point counts are at hand until
+  // BuildIndices: welding rarely needs more and spares the sort.
+  void Finish(bool withIndices = true);
+  // Groups the points by cell for GetIndices, once.
+  void BuildIndices();
 
   // The number of a cell, or -1 when no point fell into it.
   int Find(const IntCoord& cell) const {
@@ -110,9 +115,16 @@ public:
   bool MayTouchOthers(const IntCoord& c) const;
   int GetCount() const { return static_cast<int>(m_cells.size()); }
   const IntCoord& GetCell(int e) const { return m_cells[static_cast<std::size_t>(e)]; }
+  // The point indices of cell e (empty while the indices are not built).
   CIndexRun GetIndices(int e) const {
     const auto i = static_cast<std::size_t>(e);
+    if (!m_indexed)
+      return {};
     return {m_indices.data() + m_start[i], m_start[i + 1] - m_start[i]};
+  }
+  int GetPointCount(int e) const {
+    const auto i = static_cast<std::size_t>(e);
+    return m_start[i + 1] - m_start[i];
   }
   // The cell number of every point entered with AddPoint, by point index.
   const std::vector<int>& GetCellOfPoints() const { return m_cellOf; }
@@ -121,19 +133,20 @@ public:
   void Serialize(CArchive& ar);
 
 private:
-  // Open addressing; the cell is kept in its slot so that a search reads
-  // one place in memory.
+  // Open addressing on small slots (the hash and the cell's number); the
+  // cell itself is compared in the cell array, where the cells met lately
+  // (most hits) are still in the cache.
   struct Slot {
-    IntCoord cell;
+    std::uint32_t hash = 0;
     int entry = -1;
   };
   void Grow(std::size_t slots);
   // The words of the occupied cells, once they are all in.
   void BuildOccupancy();
   int Insert(const IntCoord& cell, std::uint32_t hash);
-  // Blocks next to each other along x share cache lines, so that a sweep
-  // through neighbouring cells stays in the cache. Unlucky collisions only
-  // cost extra slot searches.
+  // Blocks next to each other along x have words next to each other, so
+  // that a sweep through neighbouring cells stays in the cache. Blocks that
+  // share a word only cost extra searches.
   std::size_t BlockWordOf(std::int32_t bx, std::int32_t by, std::int32_t bz) const {
     return (static_cast<std::uint32_t>(bx) + static_cast<std::uint32_t>(by) * 0x9E3779B1u +
             static_cast<std::uint32_t>(bz) * 0x85EBCA77u) &
@@ -150,7 +163,7 @@ private:
   std::size_t FindPos(const IntCoord& cell, std::uint32_t hash) const {
     for (std::size_t pos = hash & m_mask;; pos = (pos + 1) & m_mask) {
       const Slot& s = m_slots[pos];
-      if (s.entry < 0 || s.cell == cell)
+      if (s.entry < 0 || (s.hash == hash && m_cells[static_cast<std::size_t>(s.entry)] == cell))
         return pos;
     }
   }
@@ -165,6 +178,7 @@ private:
   std::vector<IntCoord> m_cells;
   std::vector<int> m_start{0}; // cell e's indices: m_indices[m_start[e]] to [m_start[e + 1] - 1]
   std::vector<int> m_indices;
+  bool m_indexed = false;
   std::vector<int> m_cellOf;
 };
 
@@ -192,8 +206,9 @@ IntCoord GetProximityCoordinate(const C3DPointList& points, int index);
 // size and drops every point into the grid. Null for an empty list; otherwise
 // the caller frees the map with DeleteProximityMap.
 // With cancel, null as well once the thread is asked to stop (nothing to free).
+// Without indices, the map is finished as Finish(false) leaves it.
 CProximityMap* InitProximityMap(C3DPointList& points, float tolerance,
-                                CCancelCheck* cancel = nullptr);
+                                CCancelCheck* cancel = nullptr, bool withIndices = true);
 // For every point, the points of the 27 cells around its own (itself left
 // out). Never null; points without any candidate have no entry.
 CProximityResult* Get3DProximityPoints(const C3DPointList& points, const CProximityMap* map);

@@ -132,18 +132,18 @@ void CheckFaceIndices(const C3DFaceList& faces, int n, CCancelCheck& cancel) {
 // The cells grouped into connected groups of touching cells, and what the
 // welding needs of them.
 struct CCellGroups {
-  const CProximityMap& map;
-  const std::vector<int>& start; // each cell's neighbourhood in around
-  const std::vector<int>& around;
+  CProximityMap& map;
   std::vector<int> root;           // a cell's group, named by its first cell
-  std::vector<int> size;           // points of the group, by group
-  std::vector<int> cells;          // cells of the group, by group
+  std::vector<int> size;           // by group: its points; by other cells: their own
   std::vector<int> representative; // by group, -1 for a group of one point
-  // The cells of each group of several cells, built on first need.
+  // The cells of each group, built on first need.
   std::vector<int> groupStart, groupList;
 
-  CCellGroups(const CProximityMap& m, const std::vector<int>& s, const std::vector<int>& a)
-      : map(m), start(s), around(a) {}
+  explicit CCellGroups(CProximityMap& m) : map(m) {}
+
+  int Points(int e) const {
+    return size[static_cast<std::size_t>(root[static_cast<std::size_t>(e)])];
+  }
 
   void BuildGroupLists() {
     if (!groupStart.empty())
@@ -151,15 +151,13 @@ struct CCellGroups {
     const std::size_t count = root.size();
     groupStart.assign(count + 1, 0);
     for (std::size_t e = 0; e < count; ++e)
-      if (cells[static_cast<std::size_t>(root[e])] > 1)
-        ++groupStart[static_cast<std::size_t>(root[e]) + 1];
+      ++groupStart[static_cast<std::size_t>(root[e]) + 1];
     std::partial_sum(groupStart.begin(), groupStart.end(), groupStart.begin());
-    groupList.resize(static_cast<std::size_t>(groupStart.back()));
+    groupList.resize(count);
     std::vector<int> fill(groupStart.begin(), groupStart.end() - 1);
     for (std::size_t e = 0; e < count; ++e)
-      if (cells[static_cast<std::size_t>(root[e])] > 1)
-        groupList[static_cast<std::size_t>(fill[static_cast<std::size_t>(root[e])]++)] =
-            static_cast<int>(e);
+      groupList[static_cast<std::size_t>(fill[static_cast<std::size_t>(root[e])]++)] =
+          static_cast<int>(e);
   }
 
   // The members of group's cluster (its points but the representative p) in
@@ -168,7 +166,10 @@ struct CCellGroups {
   void Members(int group, std::vector<int>& members) {
     const int p = representative[static_cast<std::size_t>(group)];
     members.clear();
-    if (cells[static_cast<std::size_t>(group)] == 1) {
+    map.BuildIndices();
+    BuildGroupLists();
+    const auto g = static_cast<std::size_t>(group);
+    if (groupStart[g + 1] - groupStart[g] == 1) {
       // One cell: every point neighbours every other. p's set is the others
       // in index order; the walk enters them into the member set in that set's
       // slot order and then p itself (met again as a neighbour), which goes.
@@ -190,19 +191,18 @@ struct CCellGroups {
       return;
     }
     // Several cells: walk the neighbour sets themselves.
-    BuildGroupLists();
     CFlatMap<int, int> localOf;
     std::vector<std::unique_ptr<CHashTable<int>>> sets;
-    for (int g = groupStart[static_cast<std::size_t>(group)];
-         g < groupStart[static_cast<std::size_t>(group) + 1]; ++g) {
-      const int e = groupList[static_cast<std::size_t>(g)];
+    std::vector<int> around;
+    for (int k = groupStart[g]; k < groupStart[g + 1]; ++k) {
+      const int e = groupList[static_cast<std::size_t>(k)];
+      around.clear();
+      map.AppendNeighbourhood(map.GetCell(e), e, around);
       const CIndexRun a = map.GetIndices(e);
-      for (int k = 0; k < a.GetSize(); ++k) {
-        localOf.SetAt(a[k], static_cast<int>(sets.size()));
+      for (int i = 0; i < a.GetSize(); ++i) {
+        localOf.SetAt(a[i], static_cast<int>(sets.size()));
         auto neighbours = std::make_unique<CHashTable<int>>();
-        NeighbourSet(map, around.data() + start[static_cast<std::size_t>(e)],
-                     start[static_cast<std::size_t>(e) + 1] - start[static_cast<std::size_t>(e)],
-                     a[k], *neighbours);
+        NeighbourSet(map, around.data(), static_cast<int>(around.size()), a[i], *neighbours);
         sets.push_back(std::move(neighbours));
       }
     }
@@ -338,83 +338,90 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
 
   // Everything up to the rewriting of the faces works on data of its own, so
   // a cancel request is answered at once and leaves the object as it was. The
-  // points are passed over about twice, the cells three times and the faces once.
+  // points are passed over about twice, the cells twice and the faces once.
   CCancelCheck cancel(static_cast<std::uint64_t>(n) * 3);
   detail::CProgressScope progress;
-  std::unique_ptr<CProximityMap> map(InitProximityMap(*points, tolerance, &cancel));
+  std::unique_ptr<CProximityMap> map(InitProximityMap(*points, tolerance, &cancel, false));
   if (!map)
     return kWeldCancelled;
-  const int cellCount = map->GetCount();
-  cancel.SetTotal(static_cast<std::uint64_t>(n) * 2 + static_cast<std::uint64_t>(cellCount) * 3 +
+  const auto cells = static_cast<std::size_t>(map->GetCount());
+  cancel.SetTotal(static_cast<std::uint64_t>(n) * 2 + static_cast<std::uint64_t>(cells) * 2 +
                   static_cast<std::uint64_t>(faces->GetSize()));
   const std::vector<int>& cellOf = map->GetCellOfPoints();
-  std::vector<int> start, around;
-  if (!GetCellNeighbourhoods(*map, start, around, &cancel))
-    return kWeldCancelled;
-  const auto cells = static_cast<std::size_t>(cellCount);
 
-  // Groups of touching cells.
-  CCellGroups groups(*map, start, around);
+  // Groups of touching cells. Most cells touch none, which the map tells
+  // from a few words; the others are searched.
+  CCellGroups groups(*map);
   std::vector<int>& root = groups.root;
+  std::vector<int>& size = groups.size;
   root.resize(cells);
   std::iota(root.begin(), root.end(), 0);
+  size.resize(cells);
+  bool touching = false;
+  std::vector<int> around;
+  constexpr std::size_t kAhead = 8; // cells whose words are fetched ahead
   for (std::size_t e = 0; e < cells; ++e) {
-    if (start[e + 1] - start[e] > 1)
-      for (int k = start[e]; k < start[e + 1]; ++k) {
-        const int a = Root(root, static_cast<int>(e)),
-                  b = Root(root, around[static_cast<std::size_t>(k)]);
-        if (a != b)
+    if (e + kAhead < cells)
+      map->PrefetchNeighbourhood(map->GetCell(static_cast<int>(e + kAhead)));
+    size[e] = map->GetPointCount(static_cast<int>(e));
+    const IntCoord& c = map->GetCell(static_cast<int>(e));
+    if (map->MayTouchOthers(c)) {
+      around.clear();
+      map->AppendNeighbourhood(c, static_cast<int>(e), around);
+      for (int o : around) {
+        const int a = Root(root, static_cast<int>(e)), b = Root(root, o);
+        if (a != b) {
           root[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
+          touching = true;
+        }
       }
+    }
     if (cancel.Tick())
       return kWeldCancelled;
   }
-  groups.size.assign(cells, 0);
-  groups.cells.assign(cells, 0);
-  for (std::size_t e = 0; e < cells; ++e) {
-    const int r = Root(root, static_cast<int>(e));
-    root[e] = r;
-    groups.size[static_cast<std::size_t>(r)] += map->GetIndices(static_cast<int>(e)).GetSize();
-    ++groups.cells[static_cast<std::size_t>(r)];
-  }
+  if (touching)
+    for (std::size_t e = 0; e < cells; ++e) {
+      const int r = Root(root, static_cast<int>(e));
+      root[e] = r;
+      if (static_cast<std::size_t>(r) != e)
+        size[static_cast<std::size_t>(r)] += size[e];
+    }
 
   // The proximity result's keys are the points of groups of two or more. A
   // cluster's representative is its first key in the result's slot order.
   std::vector<int>& representative = groups.representative;
   representative.assign(cells, -1);
   std::uint64_t keyCount = 0;
-  int maxKey = -1;
   for (std::size_t e = 0; e < cells; ++e)
-    if (groups.size[static_cast<std::size_t>(root[e])] >= 2) {
-      const CIndexRun a = map->GetIndices(static_cast<int>(e));
-      keyCount += static_cast<std::uint64_t>(a.GetSize());
-      maxKey = std::max(maxKey, a[a.GetSize() - 1]);
-    }
+    if (groups.Points(static_cast<int>(e)) >= 2)
+      keyCount += static_cast<std::uint64_t>(map->GetPointCount(static_cast<int>(e)));
+  int maxKey = n - 1;
+  while (maxKey >= 0 && groups.Points(cellOf[static_cast<std::size_t>(maxKey)]) < 2)
+    --maxKey;
   const std::uint32_t slots = FinalSlotCount(47, keyCount); // a fresh map's slot count
+  // Each group's best slot so far, then each cell's representative.
+  std::vector<int> best(cells, INT32_MAX);
   if (maxKey >= 0 && maxKey < (1 << 27) && static_cast<std::uint32_t>(maxKey) < slots) {
     // Below the (prime) slot count, keys k have distinct home slots 16 k mod
     // slots, so each sits in its own whatever the order it came in.
-    std::vector<std::uint32_t> best(cells, UINT32_MAX);
-    for (std::size_t e = 0; e < cells; ++e) {
-      const auto r = static_cast<std::size_t>(root[e]);
-      if (groups.size[r] < 2)
-        continue;
-      const CIndexRun a = map->GetIndices(static_cast<int>(e));
-      for (int k = 0; k < a.GetSize(); ++k) {
-        const std::uint32_t slot = (static_cast<std::uint32_t>(a[k]) << 4) % slots;
-        if (slot < best[r]) {
-          best[r] = slot;
-          representative[r] = a[k];
-        }
+    std::uint32_t slot = 0;
+    for (int i = 0; i < n; ++i) {
+      const auto r = static_cast<std::size_t>(
+          root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(i)])]);
+      if (size[r] >= 2 && static_cast<int>(slot) < best[r]) {
+        best[r] = static_cast<int>(slot);
+        representative[r] = i;
       }
+      slot += 16;
+      if (slot >= slots)
+        slot -= slots;
       if (cancel.Tick())
         return kWeldCancelled;
     }
   } else if (maxKey >= 0) {
     CSlotOrder keys(47);
     for (int i = 0; i < n; ++i) {
-      if (groups.size[static_cast<std::size_t>(
-              root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(i)])])] >= 2)
+      if (groups.Points(cellOf[static_cast<std::size_t>(i)]) >= 2)
         keys.Insert(i);
       if (cancel.Tick())
         return kWeldCancelled;
@@ -426,7 +433,7 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
         r = p;
     });
   }
-  std::vector<int> repOfCell(cells);
+  std::vector<int>& repOfCell = best;
   for (std::size_t e = 0; e < cells; ++e)
     repOfCell[e] = representative[static_cast<std::size_t>(root[e])];
 
