@@ -198,34 +198,42 @@ void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector
     }
     return;
   }
-  if (!MayTouchOthers(c)) {
-    const int e = self >= 0 ? self : Find(c);
-    if (e >= 0)
-      out.push_back(e);
-    return;
-  }
-  // The 27 cells span at most two blocks per axis: fetch each block's word once.
+  // The candidates are the set bits of the words of the (at most two per
+  // axis) blocks the 27 cells span, read as cells of those blocks; a bit
+  // that another block sharing the word set finds no cell.
+  const unsigned sx = 7u << ((c.x - 1) & 3), sy = 7u << ((c.y - 1) & 3), sz = 7u << ((c.z - 1) & 3);
+  const std::uint64_t mx[2] = {sx & 15, sx >> 4};
+  const unsigned my[2] = {sy & 15, sy >> 4}, mz[2] = {sz & 15, sz >> 4};
   const std::int32_t bx = (c.x - 1) >> 2, by = (c.y - 1) >> 2, bz = (c.z - 1) >> 2;
-  std::uint64_t words[8];
-  unsigned fetched = 0;
-  for (int k = 0; k < 27; ++k) {
-    if (k == 13 && self >= 0) {
-      out.push_back(self);
-      continue;
+  struct Found {
+    int k, e;
+  };
+  Found found[27];
+  int count = 0;
+  for (int iz = 0; iz < 2; ++iz)
+    for (int iy = 0; iy < 2; ++iy) {
+      if (!mz[iz] || !my[iy])
+        continue;
+      const std::uint64_t yz = kSpreadY[my[iy]] * kSpreadZ[mz[iz]];
+      for (int ix = 0; ix < 2; ++ix) {
+        std::uint64_t bits = m_occupied[BlockWordOf(bx + ix, by + iy, bz + iz)] & (mx[ix] * yz);
+        for (; bits; bits &= bits - 1) {
+          const auto bit = static_cast<unsigned>(__builtin_ctzll(bits));
+          const IntCoord n{(bx + ix) * 4 + static_cast<std::int32_t>(bit & 3),
+                           (by + iy) * 4 + static_cast<std::int32_t>(bit >> 2 & 3),
+                           (bz + iz) * 4 + static_cast<std::int32_t>(bit >> 4)};
+          const int e = n == c && self >= 0 ? self : FindSlot(n);
+          if (e >= 0)
+            found[count++] = {(n.x - c.x + 1) * 9 + (n.y - c.y + 1) * 3 + (n.z - c.z + 1), e};
+        }
+      }
     }
-    const IntCoord n{c.x + k / 9 - 1, c.y + (k / 3) % 3 - 1, c.z + k % 3 - 1};
-    const unsigned w =
-        static_cast<unsigned>(((n.x >> 2) - bx) << 2 | ((n.y >> 2) - by) << 1 | ((n.z >> 2) - bz));
-    if (!(fetched >> w & 1)) {
-      words[w] = m_occupied[BlockWord(n)];
-      fetched |= 1u << w;
-    }
-    if (!(words[w] >> BlockBit(n) & 1))
-      continue;
-    const int e = FindSlot(n);
-    if (e >= 0)
-      out.push_back(e);
-  }
+  // In the neighbour search's order.
+  for (int i = 1; i < count; ++i)
+    for (int j = i; j > 0 && found[j].k < found[j - 1].k; --j)
+      std::swap(found[j], found[j - 1]);
+  for (int i = 0; i < count; ++i)
+    out.push_back(found[i].e);
 }
 
 bool CProximityMap::MayTouchOthers(const IntCoord& c) const {

@@ -243,7 +243,7 @@ struct CCellGroups {
 bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
                 const std::vector<int>& repOfCell, CCellGroups& groups) {
   struct Hit {
-    int index, target, order, position;
+    int index, target, order;
   };
   bool changed = false;
   std::vector<Hit> hits;
@@ -255,29 +255,39 @@ bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
       continue;
     int* d = face.GetData();
     const int size = face.GetSize();
+    // Usually no cluster has two points in the face (a member and another
+    // member, or its target): every call then just overwrites its member.
+    constexpr int kShort = 8;
+    if (size >= 3 && size <= kShort) {
+      int r[kShort];
+      bool hit = false, plain = true;
+      for (int k = 0; k < size; ++k) {
+        r[k] = repOfCell[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(d[k])])];
+        if (r[k] < 0)
+          continue;
+        hit = hit || r[k] != d[k];
+        for (int j = 0; j < k; ++j)
+          plain = plain && r[j] != r[k];
+      }
+      if (!hit)
+        continue;
+      changed = true;
+      if (plain) {
+        for (int k = 0; k < size; ++k)
+          if (r[k] >= 0)
+            d[k] = r[k];
+        continue;
+      }
+    }
     hits.clear();
     for (int k = 0; k < size; ++k) {
       const int r = repOfCell[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(d[k])])];
       if (r >= 0 && r != d[k])
-        hits.push_back({d[k], r, 0, k});
+        hits.push_back({d[k], r, 0});
     }
     if (hits.empty())
       continue;
     changed = true;
-    // Usually each hit is the face's only point of its cluster and no target
-    // is in the face yet: every call then just overwrites its member.
-    bool plain = size >= 3;
-    for (std::size_t i = 0; plain && i < hits.size(); ++i) {
-      for (int k = 0; k < size; ++k)
-        plain = plain && d[k] != hits[i].target;
-      for (std::size_t j = 0; j < i; ++j)
-        plain = plain && hits[j].target != hits[i].target && hits[j].index != hits[i].index;
-    }
-    if (plain) {
-      for (const Hit& h : hits)
-        d[h.position] = h.target;
-      continue;
-    }
     if (hits.size() > 1) {
       // Faces are short: insertion sorts. One call per member, however often
       // the face lists it.
