@@ -710,6 +710,8 @@ int CFaceList::Clean(CGeomInfo* info) {
   CPointList* points = info ? info->GetPointList() : nullptr;
   const int n = points ? points->GetSize() : 0;
   const bool flags = points && points->HasPointElements();
+  // The points the faces kept use, for the points' compaction.
+  std::vector<unsigned char> used(points && flags ? static_cast<std::size_t>(n) : 0, 0);
   int kept = 0;
   for (int f = 0; f < GetSize(); ++f) {
     CFace& face = ElementAt(f);
@@ -724,7 +726,16 @@ int CFaceList::Clean(CGeomInfo* info) {
     }
     if (!face.IsFlagSet(FACE_EXCLUDED))
       RemoveRepeatedIndices(face);
-    kept += !face.IsFlagSet(FACE_INVALID);
+    if (face.IsFlagSet(FACE_INVALID))
+      continue;
+    ++kept;
+    if (!used.empty() && !face.IsFlagSet(FACE_EXCLUDED)) {
+      // Valid faces hold only points of the list.
+      const int* d = face.GetData();
+      const int size = face.GetSize();
+      for (int k = 0; k < size; ++k)
+        used[static_cast<std::size_t>(d[k])] = 1;
+    }
   }
   CIndexMap faceMap;
   const int facesRemoved = Compact(kept, &faceMap);
@@ -733,7 +744,7 @@ int CFaceList::Clean(CGeomInfo* info) {
   std::vector<int> pointTable;
   int pointsRemoved = 0;
   if (CPointList* points = info ? info->GetPointList() : nullptr) {
-    pointsRemoved = points->Clean(this, pointTable);
+    pointsRemoved = points->Clean(&used, pointTable);
     if (pointsRemoved) {
       const auto n = static_cast<unsigned>(pointTable.size());
       for (int f = 0; f < GetSize(); ++f) {

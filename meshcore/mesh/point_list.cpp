@@ -91,35 +91,38 @@ int CPointList::Clean(CFaceList* faces, CIndexMap* oldToNew) {
 }
 
 int CPointList::Clean(CFaceList* faces, std::vector<int>& oldToNew) {
+  if (!faces)
+    return Clean(static_cast<const std::vector<unsigned char>*>(nullptr), oldToNew);
+  // Points used by valid faces. Indices are bounded by the list, so a flat
+  // table replaces a hashed set.
+  const int n = GetSize();
+  std::vector<unsigned char> used(static_cast<std::size_t>(n), 0);
+  for (int f = 0; f < faces->GetSize(); ++f) {
+    const CFace& face = (*faces)[f];
+    if (face.IsOneFlagSet(FACE_INVALID | FACE_EXCLUDED))
+      continue;
+    const int* idx = face.GetData();
+    const int size = face.GetSize();
+    for (int k = 0; k < size; ++k)
+      if (idx[k] >= 0 && idx[k] < n)
+        used[static_cast<std::size_t>(idx[k])] = 1;
+  }
+  return Clean(&used, oldToNew);
+}
+
+int CPointList::Clean(const std::vector<unsigned char>* used, std::vector<int>& oldToNew) {
   oldToNew.clear();
   if (!HasPointElements())
     return 0;
   const int n = GetSize();
-  // Points used by valid faces. Indices are bounded by the list, so a flat
-  // table replaces a hashed set.
-  std::vector<unsigned char> used;
-  if (faces) {
-    used.assign(static_cast<std::size_t>(n), 0);
-    for (int f = 0; f < faces->GetSize(); ++f) {
-      const CFace& face = (*faces)[f];
-      if (face.IsOneFlagSet(FACE_INVALID | FACE_EXCLUDED))
-        continue;
-      const int* idx = face.GetData();
-      const int size = face.GetSize();
-      for (int k = 0; k < size; ++k)
-        if (idx[k] >= 0 && idx[k] < n)
-          used[static_cast<std::size_t>(idx[k])] = 1;
-    }
-  }
-
   // One pass flags, keeps and moves; the table starts at the first point
   // that goes, so that a list with nothing to remove pays for none.
   int write = 0;
   for (int i = 0; i < n; ++i) {
     CPt& p = ElementAt(i);
-    if (faces && !used[static_cast<std::size_t>(i)])
-      p.SetFlag(PT_INVALID, 1);
-    if (p.IsFlagSet(PT_INVALID)) {
+    // A point that goes is overwritten or destroyed below: flagging it as
+    // well would only dirty its memory.
+    if ((used && !(*used)[static_cast<std::size_t>(i)]) || p.IsFlagSet(PT_INVALID)) {
       if (oldToNew.empty()) {
         oldToNew.assign(static_cast<std::size_t>(n), -1);
         for (int k = 0; k < i; ++k)

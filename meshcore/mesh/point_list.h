@@ -79,6 +79,8 @@ public:
   // The same with the new indices in a table by old index (-1 for a removed
   // point); the table is left empty when nothing moved.
   int Clean(CFaceList* faces, std::vector<int>& oldToNew);
+  // The same with the points in use given by a flag per point (null: all).
+  int Clean(const std::vector<unsigned char>* used, std::vector<int>& oldToNew);
 
 protected:
   friend class CGeomInfo;
