@@ -635,11 +635,6 @@ int CFaceList::ReplaceIndex(CGeomInfo* info, int oldIndex, int newIndex) {
 // ---------------------------------------------------------------------------
 // Compaction
 
-namespace {
-
-// Removes each index equal to the next one (the last is not compared with
-// the first, so (1, 2, 1) is left as it is); fewer than three left flags the
-// face FACE_INVALID.
 void RemoveRepeatedIndices(CFace& face) {
   const int* d = face.GetData();
   const int size = face.GetSize();
@@ -657,8 +652,6 @@ void RemoveRepeatedIndices(CFace& face) {
   if (face.GetSize() < 3)
     face.SetFlag(FACE_INVALID, 1);
 }
-
-} // namespace
 
 void CFaceList::CleanPointsIndex() {
   for (int f = 0; f < GetSize(); ++f) {

@@ -99,7 +99,7 @@ int CProximityMap::AddPoint(const IntCoord& cell) {
   return e;
 }
 
-void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize) {
+void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize, bool* anyInvalid) {
   // Points go in batches: their cells and hashes first, so that the slots of
   // the whole batch are on their way while its points are entered.
   constexpr int kBatch = 64;
@@ -109,6 +109,9 @@ void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize)
   m_cellOf.resize(out + static_cast<std::size_t>(count));
   for (int first = 0; first < count; first += kBatch) {
     const int batch = std::min(kBatch, count - first);
+    if (anyInvalid) // read with the coordinates, at no cost
+      for (int k = 0; k < batch; ++k)
+        *anyInvalid = *anyInvalid || points[first + k].IsFlagSet(PT_INVALID);
     for (int k = 0; k < batch; ++k) {
       cells[k] = CellOf(points[first + k], cellSize);
       hashes[k] = IntCoordHash()(cells[k]);
@@ -355,10 +358,12 @@ IntCoord GetProximityCoordinate(const C3DPointList& points, int index) {
 }
 
 CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCheck* cancel,
-                                bool withIndices) {
+                                bool withIndices, bool* anyInvalid) {
   const float size = CellSizeFor(tolerance);
   points.SetProximityCellSize(size);
   const int n = points.GetSize();
+  if (anyInvalid)
+    *anyInvalid = false;
   if (n == 0)
     return nullptr;
   // Welding input is mostly a few copies of each corner: a quarter of the
@@ -369,7 +374,7 @@ CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCh
   const C3DPoint* p = points.GetFirst();
   for (int first = 0; first < n; first += kSlice) {
     const int count = std::min(kSlice, n - first);
-    map->AddPoints(p + first, count, size);
+    map->AddPoints(p + first, count, size, anyInvalid);
     if (cancel && cancel->Advance(static_cast<std::uint64_t>(count))) {
       delete map;
       return nullptr;

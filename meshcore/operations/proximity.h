@@ -71,7 +71,8 @@ public:
   // returns the cell's number.
   int AddPoint(const IntCoord& cell);
   // Drops the next count points into their cells for the given cell size.
-  void AddPoints(const C3DPoint* points, int count, float cellSize);
+  // anyInvalid, when given, is set when one of them is flagged PT_INVALID.
+  void AddPoints(const C3DPoint* points, int count, float cellSize, bool* anyInvalid = nullptr);
   // Starts fetching what MayTouchOthers(c) will read.
   [[gnu::always_inline]] void PrefetchNeighbourhood(const IntCoord& c) const {
     if (m_occupied.empty())
@@ -207,8 +208,10 @@ IntCoord GetProximityCoordinate(const C3DPointList& points, int index);
 // the caller frees the map with DeleteProximityMap.
 // With cancel, null as well once the thread is asked to stop (nothing to free).
 // Without indices, the map is finished as Finish(false) leaves it.
+// anyInvalid, when given, tells whether a point is flagged PT_INVALID.
 CProximityMap* InitProximityMap(C3DPointList& points, float tolerance,
-                                CCancelCheck* cancel = nullptr, bool withIndices = true);
+                                CCancelCheck* cancel = nullptr, bool withIndices = true,
+                                bool* anyInvalid = nullptr);
 // For every point, the points of the 27 cells around its own (itself left
 // out). Never null; points without any candidate have no entry.
 CProximityResult* Get3DProximityPoints(const C3DPointList& points, const CProximityMap* map);

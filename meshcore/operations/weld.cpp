@@ -2,6 +2,7 @@
 
 #include "meshcore/containers/hash_table.h"
 #include "meshcore/containers/next_prime.h"
+#include "meshcore/mesh/dependent_channels.h"
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/point_list_3d.h"
 #include "meshcore/operations/detail/progress_scope.h"
@@ -9,11 +10,13 @@
 #include "meshcore/platform/cancel.h"
 #include "meshcore/platform/exceptions.h"
 #include "meshcore/scene/base_object.h"
+#include "meshcore/scene/object_3d.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <numeric>
+#include <typeinfo>
 #include <vector>
 
 namespace meshcore {
@@ -239,20 +242,16 @@ struct CCellGroups {
 // hold m, never brings m back, and calls of different clusters touch disjoint
 // indices, so each face can take its own members, cluster by cluster, in
 // member order. Excluded faces are left alone, as the list's graph skips them.
-// Returns whether a face changed.
-bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
-                const std::vector<int>& repOfCell, CCellGroups& groups) {
-  struct Hit {
-    int index, target, order;
-  };
-  bool changed = false;
-  std::vector<Hit> hits;
-  std::vector<int> order, members; // order by point, filled per group on first need
-  std::vector<char> ordered;
-  for (int f = 0; f < faces.GetSize(); ++f) {
-    C3DFace& face = faces[f];
-    if (face.IsFlagSet(FACE_EXCLUDED))
-      continue;
+class CFaceRewriter {
+public:
+  CFaceRewriter(const std::vector<int>& cellOf, const std::vector<int>& repOfCell,
+                CCellGroups& groups)
+      : m_cellOf(cellOf), m_repOfCell(repOfCell), m_groups(groups) {}
+
+  // Rewrites a face that is not excluded; returns whether it changed.
+  bool Rewrite(C3DFace& face) {
+    const std::vector<int>& cellOf = m_cellOf;
+    const std::vector<int>& repOfCell = m_repOfCell;
     int* d = face.GetData();
     const int size = face.GetSize();
     // Usually no cluster has two points in the face (a member and another
@@ -270,15 +269,15 @@ bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
           plain = plain && r[j] != r[k];
       }
       if (!hit)
-        continue;
-      changed = true;
+        return false;
       if (plain) {
         for (int k = 0; k < size; ++k)
           if (r[k] >= 0)
             d[k] = r[k];
-        continue;
+        return true;
       }
     }
+    std::vector<Hit>& hits = m_hits;
     hits.clear();
     for (int k = 0; k < size; ++k) {
       const int r = repOfCell[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(d[k])])];
@@ -286,8 +285,7 @@ bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
         hits.push_back({d[k], r, 0});
     }
     if (hits.empty())
-      continue;
-    changed = true;
+      return false;
     if (hits.size() > 1) {
       // Faces are short: insertion sorts. One call per member, however often
       // the face lists it.
@@ -306,18 +304,18 @@ bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
       if (shared) {
         for (Hit& h : hits) {
           const int group =
-              groups.root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(h.target)])];
-          if (ordered.empty()) {
-            ordered.assign(groups.root.size(), 0);
-            order.assign(cellOf.size(), 0);
+              m_groups.root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(h.target)])];
+          if (m_ordered.empty()) {
+            m_ordered.assign(m_groups.root.size(), 0);
+            m_order.assign(cellOf.size(), 0);
           }
-          if (!ordered[static_cast<std::size_t>(group)]) {
-            ordered[static_cast<std::size_t>(group)] = 1;
-            groups.Members(group, members);
-            for (std::size_t k = 0; k < members.size(); ++k)
-              order[static_cast<std::size_t>(members[k])] = static_cast<int>(k);
+          if (!m_ordered[static_cast<std::size_t>(group)]) {
+            m_ordered[static_cast<std::size_t>(group)] = 1;
+            m_groups.Members(group, m_members);
+            for (std::size_t k = 0; k < m_members.size(); ++k)
+              m_order[static_cast<std::size_t>(m_members[k])] = static_cast<int>(k);
           }
-          h.order = order[static_cast<std::size_t>(h.index)];
+          h.order = m_order[static_cast<std::size_t>(h.index)];
         }
         const auto byOrder = [](const Hit& a, const Hit& b) {
           return a.target != b.target ? a.target < b.target : a.order < b.order;
@@ -329,8 +327,90 @@ bool RemapFaces(C3DFaceList& faces, const std::vector<int>& cellOf,
     }
     for (const Hit& h : hits)
       face.ReplaceIndex(h.index, h.target);
+    return true;
   }
-  return changed;
+
+private:
+  struct Hit {
+    int index, target, order;
+  };
+  const std::vector<int>& m_cellOf;
+  const std::vector<int>& m_repOfCell;
+  CCellGroups& m_groups;
+  std::vector<Hit> m_hits;
+  std::vector<int> m_order, m_members; // order by point, filled per group on first need
+  std::vector<char> m_ordered;
+};
+
+// What the object's Clean does to each face before the points go, for a
+// plain mesh: the faces are then cleaned in the pass that rewrites them
+// instead of in passes of their own (and, when no point is flagged
+// PT_INVALID, without reading the points at all).
+class CFaceCleaner {
+public:
+  CFaceCleaner(const C3DPointList& points, bool anyInvalid)
+      : m_points(points), m_anyInvalid(anyInvalid),
+        m_used(static_cast<std::size_t>(points.GetSize()), 0) {}
+
+  void Clean(C3DFace& face) {
+    if (face.IsFlagSet(FACE_EXCLUDED)) {
+      m_kept += !face.IsFlagSet(FACE_INVALID);
+      return;
+    }
+    // Faces that are not excluded hold only points of the list (checked
+    // before, and welding keeps it so).
+    if (m_anyInvalid && !face.IsFlagSet(FACE_INVALID)) {
+      const int* d = face.GetData();
+      for (int k = 0; k < face.GetSize(); ++k)
+        if (m_points[d[k]].IsFlagSet(PT_INVALID)) {
+          face.SetFlag(FACE_INVALID, 1);
+          break;
+        }
+    }
+    RemoveRepeatedIndices(face);
+    if (face.IsFlagSet(FACE_INVALID))
+      return;
+    ++m_kept;
+    const int* d = face.GetData();
+    const int size = face.GetSize();
+    for (int k = 0; k < size; ++k)
+      m_used[static_cast<std::size_t>(d[k])] = 1;
+  }
+  int GetKept() const { return m_kept; }
+  const std::vector<unsigned char>& GetUsed() const { return m_used; }
+
+private:
+  const C3DPointList& m_points;
+  bool m_anyInvalid;
+  std::vector<unsigned char> m_used;
+  int m_kept = 0;
+};
+
+// The end of the object's Clean once every face went through the cleaner:
+// faces flagged FACE_INVALID go, then the points no face uses.
+void FinishClean(C3DBaseObject& object, C3DFaceList& faces, C3DPointList& points,
+                 const CFaceCleaner& cleaner) {
+  const int facesRemoved =
+      cleaner.GetKept() < faces.GetSize() ? faces.Clean(nullptr, 0, nullptr) : 0;
+  std::vector<int> table;
+  const int pointsRemoved = points.Clean(&cleaner.GetUsed(), table);
+  if (pointsRemoved) {
+    const auto n = static_cast<unsigned>(table.size());
+    for (int f = 0; f < faces.GetSize(); ++f) {
+      C3DFace& face = faces[f];
+      int* d = face.GetData();
+      const int size = face.GetSize();
+      for (int k = 0; k < size; ++k)
+        if (static_cast<unsigned>(d[k]) < n && table[static_cast<std::size_t>(d[k])] >= 0)
+          d[k] = table[static_cast<std::size_t>(d[k])];
+    }
+    points.SetFlag(PL_CHANGED, 1);
+  }
+  if (facesRemoved || pointsRemoved)
+    faces.SetFlag(FL_CHANGED, 1);
+  object.InvalidateBoundingBoxes();
+  if (facesRemoved && pointsRemoved && faces.GetSize() == 0 && points.GetSize() == 0)
+    object.SetFlag(OBJECT_EMPTY, 1);
 }
 
 } // namespace
@@ -351,7 +431,9 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
   // points are passed over about twice, the cells twice and the faces once.
   CCancelCheck cancel(static_cast<std::uint64_t>(n) * 3);
   detail::CProgressScope progress;
-  std::unique_ptr<CProximityMap> map(InitProximityMap(*points, tolerance, &cancel, false));
+  bool anyInvalid = false;
+  std::unique_ptr<CProximityMap> map(
+      InitProximityMap(*points, tolerance, &cancel, false, &anyInvalid));
   if (!map)
     return kWeldCancelled;
   const auto cells = static_cast<std::size_t>(map->GetCount());
@@ -453,9 +535,34 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
   // From here on the object changes: the rest runs to its end.
   if (cancel.Check())
     return kWeldCancelled;
-  if (RemapFaces(*faces, cellOf, repOfCell, groups)) {
+  CFaceRewriter rewriter(cellOf, repOfCell, groups);
+  // The object's own Clean follows unless the mesh is a plain one (nothing
+  // but faces and points to renumber); then the faces are cleaned as they
+  // are rewritten, from the first that changed, and the faces before it
+  // once one has.
+  std::unique_ptr<CFaceCleaner> cleaner;
+  if (typeid(object) == typeid(C3DObject) && points->HasPointElements() &&
+      (!object.GetChannels() || object.GetChannels()->GetSize() == 0))
+    cleaner = std::make_unique<CFaceCleaner>(*points, anyInvalid);
+  int firstChanged = -1;
+  for (int f = 0; f < faces->GetSize(); ++f) {
+    C3DFace& face = (*faces)[f];
+    if (firstChanged < 0 && !face.IsFlagSet(FACE_EXCLUDED) && rewriter.Rewrite(face))
+      firstChanged = f;
+    else if (firstChanged >= 0 && !face.IsFlagSet(FACE_EXCLUDED))
+      rewriter.Rewrite(face);
+    if (cleaner && firstChanged >= 0)
+      cleaner->Clean(face);
+  }
+  if (firstChanged >= 0) {
     faces->DeleteEdgeToFaceGraph();
-    object.Clean();
+    if (cleaner) {
+      for (int f = 0; f < firstChanged; ++f)
+        cleaner->Clean((*faces)[f]);
+      FinishClean(object, *faces, *points, *cleaner);
+    } else {
+      object.Clean();
+    }
   }
   removedPoints = p0 - object.GetPointNbr();
   removedFaces = f0 - object.GetFaceNbr();
