@@ -63,6 +63,7 @@ CProximityMap::CProximityMap(int expectedCells, int expectedPoints) {
   if (expectedCells > 0) {
     Grow(static_cast<std::size_t>(expectedCells) * 2);
     m_cells.reserve(static_cast<std::size_t>(expectedCells));
+    m_start.reserve(static_cast<std::size_t>(expectedCells) + 1);
   }
   if (expectedPoints > 0)
     m_cellOf.reserve(static_cast<std::size_t>(expectedPoints));
@@ -96,6 +97,7 @@ int CProximityMap::Insert(const IntCoord& cell, std::uint32_t hash) {
 int CProximityMap::AddPoint(const IntCoord& cell) {
   const int e = Insert(cell, IntCoordHash()(cell));
   m_cellOf.push_back(e);
+  Count(e);
   return e;
 }
 
@@ -141,6 +143,7 @@ void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize,
         }
       }
       m_cellOf[out++] = e;
+      Count(e);
     }
   }
 }
@@ -158,11 +161,10 @@ void CProximityMap::BuildOccupancy() {
 
 void CProximityMap::Finish(bool withIndices) {
   BuildOccupancy();
-  m_start.assign(m_cells.size() + 1, 0);
-  for (int e : m_cellOf)
-    ++m_start[static_cast<std::size_t>(e) + 1];
-  for (std::size_t e = 0; e < m_cells.size(); ++e)
-    m_start[e + 1] += m_start[e];
+  if (!m_finished)
+    for (std::size_t e = 0; e < m_cells.size(); ++e)
+      m_start[e + 1] += m_start[e];
+  m_finished = true;
   m_indices.clear();
   m_indexed = false;
   if (withIndices)
@@ -291,6 +293,7 @@ void CProximityMap::Serialize(CArchive& ar) {
   m_wordMask = 0;
   m_cells.clear();
   m_start.assign(1, 0);
+  m_finished = true;
   m_indices.clear();
   m_indexed = true;
   m_cellOf.clear(); // the indices read need not be 0, 1, 2, ...

@@ -142,6 +142,11 @@ private:
     int entry = -1;
   };
   void Grow(std::size_t slots);
+  void Count(int e) {
+    if (static_cast<std::size_t>(e) + 1 == m_start.size())
+      m_start.push_back(0); // a new cell
+    ++m_start[static_cast<std::size_t>(e) + 1];
+  }
   // The words of the occupied cells, once they are all in.
   void BuildOccupancy();
   int Insert(const IntCoord& cell, std::uint32_t hash);
@@ -177,7 +182,10 @@ private:
   std::vector<std::uint64_t> m_occupied; // a word per block of cells (hashed), once finished
   std::size_t m_wordMask = 0;
   std::vector<IntCoord> m_cells;
-  std::vector<int> m_start{0}; // cell e's indices: m_indices[m_start[e]] to [m_start[e + 1] - 1]
+  // Cell e's indices: m_indices[m_start[e]] to [m_start[e + 1] - 1]. While
+  // the map fills, m_start[e + 1] counts the points of cell e.
+  std::vector<int> m_start{0};
+  bool m_finished = false;
   std::vector<int> m_indices;
   bool m_indexed = false;
   std::vector<int> m_cellOf;

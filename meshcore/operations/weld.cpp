@@ -119,6 +119,17 @@ std::uint32_t FinalSlotCount(std::uint32_t initial, std::uint64_t count) {
   return static_cast<std::uint32_t>(size);
 }
 
+// The inverse of 16 modulo an odd prime p (16^(p - 2) mod p).
+std::uint64_t ModularInverse16(std::uint64_t p) {
+  std::uint64_t result = 1, base = 16 % p;
+  for (std::uint64_t e = p - 2; e; e >>= 1) {
+    if (e & 1)
+      result = result * base % p;
+    base = base * base % p;
+  }
+  return result;
+}
+
 void CheckFaceIndices(const C3DFaceList& faces, int n, CCancelCheck& cancel) {
   for (int f = 0; f < faces.GetSize(); ++f) {
     const C3DFace& face = faces[f];
@@ -136,31 +147,33 @@ void CheckFaceIndices(const C3DFaceList& faces, int n, CCancelCheck& cancel) {
 // welding needs of them.
 struct CCellGroups {
   CProximityMap& map;
-  std::vector<int> root;           // a cell's group, named by its first cell
-  std::vector<int> size;           // by group: its points; by other cells: their own
-  std::vector<int> representative; // by group, -1 for a group of one point
+  std::vector<int> root; // a cell's group, named by its first cell; empty while no cells touch
+  std::vector<int> size; // by group: its points; by other cells: their own (with root)
+  // By cell: the representative of its group, -1 for a group of one point.
+  std::vector<int> representative;
   // The cells of each group, built on first need.
   std::vector<int> groupStart, groupList;
 
   explicit CCellGroups(CProximityMap& m) : map(m) {}
 
+  int Root(int e) const { return root.empty() ? e : root[static_cast<std::size_t>(e)]; }
   int Points(int e) const {
-    return size[static_cast<std::size_t>(root[static_cast<std::size_t>(e)])];
+    return root.empty() ? map.GetPointCount(e) : size[static_cast<std::size_t>(Root(e))];
   }
 
   void BuildGroupLists() {
     if (!groupStart.empty())
       return;
-    const std::size_t count = root.size();
+    const std::size_t count = representative.size();
     groupStart.assign(count + 1, 0);
     for (std::size_t e = 0; e < count; ++e)
-      ++groupStart[static_cast<std::size_t>(root[e]) + 1];
+      ++groupStart[static_cast<std::size_t>(Root(static_cast<int>(e))) + 1];
     std::partial_sum(groupStart.begin(), groupStart.end(), groupStart.begin());
     groupList.resize(count);
     std::vector<int> fill(groupStart.begin(), groupStart.end() - 1);
     for (std::size_t e = 0; e < count; ++e)
-      groupList[static_cast<std::size_t>(fill[static_cast<std::size_t>(root[e])]++)] =
-          static_cast<int>(e);
+      groupList[static_cast<std::size_t>(
+          fill[static_cast<std::size_t>(Root(static_cast<int>(e)))]++)] = static_cast<int>(e);
   }
 
   // The members of group's cluster (its points but the representative p) in
@@ -303,10 +316,9 @@ public:
         shared = shared || hits[i].target == hits[i - 1].target;
       if (shared) {
         for (Hit& h : hits) {
-          const int group =
-              m_groups.root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(h.target)])];
+          const int group = m_groups.Root(cellOf[static_cast<std::size_t>(h.target)]);
           if (m_ordered.empty()) {
-            m_ordered.assign(m_groups.root.size(), 0);
+            m_ordered.assign(m_groups.representative.size(), 0);
             m_order.assign(cellOf.size(), 0);
           }
           if (!m_ordered[static_cast<std::size_t>(group)]) {
@@ -445,44 +457,44 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
   // from a few words; the others are searched.
   CCellGroups groups(*map);
   std::vector<int>& root = groups.root;
-  std::vector<int>& size = groups.size;
-  root.resize(cells);
-  std::iota(root.begin(), root.end(), 0);
-  size.resize(cells);
-  bool touching = false;
   std::vector<int> around;
   constexpr std::size_t kAhead = 8; // cells whose words are fetched ahead
   for (std::size_t e = 0; e < cells; ++e) {
     if (e + kAhead < cells)
       map->PrefetchNeighbourhood(map->GetCell(static_cast<int>(e + kAhead)));
-    size[e] = map->GetPointCount(static_cast<int>(e));
     const IntCoord& c = map->GetCell(static_cast<int>(e));
     if (map->MayTouchOthers(c)) {
       around.clear();
       map->AppendNeighbourhood(c, static_cast<int>(e), around);
       for (int o : around) {
-        const int a = Root(root, static_cast<int>(e)), b = Root(root, o);
-        if (a != b) {
-          root[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
-          touching = true;
+        if (static_cast<std::size_t>(o) == e)
+          continue;
+        if (root.empty()) {
+          root.resize(cells);
+          std::iota(root.begin(), root.end(), 0);
         }
+        const int a = Root(root, static_cast<int>(e)), b = Root(root, o);
+        if (a != b)
+          root[static_cast<std::size_t>(std::max(a, b))] = std::min(a, b);
       }
     }
     if (cancel.Tick())
       return kWeldCancelled;
   }
-  if (touching)
+  if (!root.empty()) {
+    std::vector<int>& size = groups.size;
+    size.resize(cells);
     for (std::size_t e = 0; e < cells; ++e) {
       const int r = Root(root, static_cast<int>(e));
       root[e] = r;
+      size[e] = map->GetPointCount(static_cast<int>(e));
       if (static_cast<std::size_t>(r) != e)
         size[static_cast<std::size_t>(r)] += size[e];
     }
+  }
 
   // The proximity result's keys are the points of groups of two or more. A
   // cluster's representative is its first key in the result's slot order.
-  std::vector<int>& representative = groups.representative;
-  representative.assign(cells, -1);
   std::uint64_t keyCount = 0;
   for (std::size_t e = 0; e < cells; ++e)
     if (groups.Points(static_cast<int>(e)) >= 2)
@@ -491,18 +503,19 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
   while (maxKey >= 0 && groups.Points(cellOf[static_cast<std::size_t>(maxKey)]) < 2)
     --maxKey;
   const std::uint32_t slots = FinalSlotCount(47, keyCount); // a fresh map's slot count
-  // Each group's best slot so far, then each cell's representative.
-  std::vector<int> best(cells, INT32_MAX);
+  // By group, its representative (-1 for none); by cell once spread below.
+  std::vector<int>& representative = groups.representative;
   if (maxKey >= 0 && maxKey < (1 << 27) && static_cast<std::uint32_t>(maxKey) < slots) {
     // Below the (prime) slot count, keys k have distinct home slots 16 k mod
-    // slots, so each sits in its own whatever the order it came in.
+    // slots, so each sits in its own whatever the order it came in. Each
+    // group keeps its least slot, which gives back its key: slot / 16 mod slots.
+    representative.assign(cells, INT32_MAX);
     std::uint32_t slot = 0;
     for (int i = 0; i < n; ++i) {
-      const auto r = static_cast<std::size_t>(
-          root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(i)])]);
-      if (size[r] >= 2 && static_cast<int>(slot) < best[r]) {
-        best[r] = static_cast<int>(slot);
-        representative[r] = i;
+      const int e = cellOf[static_cast<std::size_t>(i)];
+      if (groups.Points(e) >= 2) {
+        int& best = representative[static_cast<std::size_t>(groups.Root(e))];
+        best = std::min(best, static_cast<int>(slot));
       }
       slot += 16;
       if (slot >= slots)
@@ -510,24 +523,33 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
       if (cancel.Tick())
         return kWeldCancelled;
     }
-  } else if (maxKey >= 0) {
-    CSlotOrder keys(47);
-    for (int i = 0; i < n; ++i) {
-      if (groups.Points(cellOf[static_cast<std::size_t>(i)]) >= 2)
-        keys.Insert(i);
-      if (cancel.Tick())
-        return kWeldCancelled;
+    const std::uint64_t inverse = ModularInverse16(slots);
+    for (int& r : representative)
+      r = r == INT32_MAX ? -1 : static_cast<int>(static_cast<std::uint64_t>(r) * inverse % slots);
+  } else {
+    representative.assign(cells, -1);
+    if (maxKey >= 0) {
+      CSlotOrder keys(47);
+      for (int i = 0; i < n; ++i) {
+        if (groups.Points(cellOf[static_cast<std::size_t>(i)]) >= 2)
+          keys.Insert(i);
+        if (cancel.Tick())
+          return kWeldCancelled;
+      }
+      keys.ForEach([&](int p) {
+        int& r = representative[static_cast<std::size_t>(
+            groups.Root(cellOf[static_cast<std::size_t>(p)]))];
+        if (r < 0)
+          r = p;
+      });
     }
-    keys.ForEach([&](int p) {
-      int& r = representative[static_cast<std::size_t>(
-          root[static_cast<std::size_t>(cellOf[static_cast<std::size_t>(p)])])];
-      if (r < 0)
-        r = p;
-    });
   }
-  std::vector<int>& repOfCell = best;
-  for (std::size_t e = 0; e < cells; ++e)
-    repOfCell[e] = representative[static_cast<std::size_t>(root[e])];
+  // A group is named by its least cell, so spreading in cell order reads
+  // each group's own entry before any other cell overwrites it.
+  if (!root.empty())
+    for (std::size_t e = 0; e < cells; ++e)
+      representative[e] = representative[static_cast<std::size_t>(root[e])];
+  const std::vector<int>& repOfCell = representative;
 
   // Indices the graph of the faces could not hold are refused before anything moves.
   CheckFaceIndices(*faces, n, cancel);
