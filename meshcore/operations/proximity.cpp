@@ -109,12 +109,11 @@ void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize,
   std::uint32_t hashes[kBatch];
   std::size_t out = m_cellOf.size();
   m_cellOf.resize(out + static_cast<std::size_t>(count));
+  bool invalid = false;
   for (int first = 0; first < count; first += kBatch) {
     const int batch = std::min(kBatch, count - first);
-    if (anyInvalid) // read with the coordinates, at no cost
-      for (int k = 0; k < batch; ++k)
-        *anyInvalid = *anyInvalid || points[first + k].IsFlagSet(PT_INVALID);
     for (int k = 0; k < batch; ++k) {
+      invalid |= points[first + k].IsFlagSet(PT_INVALID); // read with the coordinates
       cells[k] = CellOf(points[first + k], cellSize);
       hashes[k] = IntCoordHash()(cells[k]);
       if (!m_slots.empty())
@@ -141,11 +140,14 @@ void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize,
           m_slots[pos] = {hashes[k], e};
           m_cells.push_back(cells[k]);
         }
+        m_start.push_back(0);
       }
       m_cellOf[out++] = e;
-      Count(e);
+      ++m_start[static_cast<std::size_t>(e) + 1];
     }
   }
+  if (anyInvalid && invalid)
+    *anyInvalid = true;
 }
 
 void CProximityMap::BuildOccupancy() {
@@ -247,26 +249,23 @@ bool CProximityMap::MayTouchOthers(const IntCoord& c) const {
     return true;
   // The three cells c - 1 to c + 1 of each axis fall in one block or two:
   // as bits of a block's row, 7 << ((c - 1) & 3) split at bit 4. Welding data
-  // is mostly cells with no other around, answered from these few words.
+  // is mostly cells with no other around, answered from these few words,
+  // read without branches: a block the cells do not reach gets an empty
+  // mask and rereads the first word instead of fetching its own.
   const unsigned sx = 7u << ((c.x - 1) & 3), sy = 7u << ((c.y - 1) & 3), sz = 7u << ((c.z - 1) & 3);
-  const std::uint64_t mx[2] = {sx & 15, sx >> 4};
-  const unsigned my[2] = {sy & 15, sy >> 4}, mz[2] = {sz & 15, sz >> 4};
-  const std::int32_t bx = (c.x - 1) >> 2, by = (c.y - 1) >> 2, bz = (c.z - 1) >> 2;
-  std::uint64_t any = 0;
-  for (int iz = 0; iz < 2; ++iz) {
-    if (!mz[iz])
-      continue;
-    for (int iy = 0; iy < 2; ++iy) {
-      if (!my[iy])
-        continue;
-      const std::uint64_t yz = kSpreadY[my[iy]] * kSpreadZ[mz[iz]];
-      // Blocks next to each other along x have words next to each other.
-      const std::size_t w = BlockWordOf(bx, by + iy, bz + iz);
-      any |= m_occupied[w] & (mx[0] * yz);
-      if (mx[1])
-        any |= m_occupied[(w + 1) & m_wordMask] & (mx[1] * yz);
-    }
-  }
+  const std::uint64_t x0 = sx & 15, x1 = sx >> 4;
+  const std::uint64_t y0 = kSpreadY[sy & 15], y1 = kSpreadY[sy >> 4];
+  const std::uint64_t z0 = kSpreadZ[sz & 15], z1 = kSpreadZ[sz >> 4];
+  const std::size_t w00 = BlockWordOf((c.x - 1) >> 2, (c.y - 1) >> 2, (c.z - 1) >> 2);
+  // Blocks next to each other along an axis have words a fixed step apart.
+  const std::size_t w01 = y1 ? (w00 + 0x9E3779B1u) & m_wordMask : w00;
+  const std::size_t w10 = z1 ? (w00 + 0x85EBCA77u) & m_wordMask : w00;
+  const std::size_t w11 = y1 && z1 ? (w00 + 0x9E3779B1u + 0x85EBCA77u) & m_wordMask : w00;
+  const auto pair = [&](std::size_t w, std::uint64_t yz) {
+    return (m_occupied[w] & (x0 * yz)) | (m_occupied[(w + 1) & m_wordMask] & (x1 * yz));
+  };
+  std::uint64_t any =
+      pair(w00, y0 * z0) | pair(w01, y1 * z0) | pair(w10, y0 * z1) | pair(w11, y1 * z1);
   // No other cell within one of c has c's bit (that takes a step of four),
   // so taking it out leaves only the others.
   any &= ~(std::uint64_t{1} << BlockBit(c));
