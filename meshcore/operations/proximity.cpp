@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 namespace meshcore {
@@ -34,8 +35,11 @@ using V4f = float __attribute__((vector_size(16)));
 using V4i = std::int32_t __attribute__((vector_size(16)));
 [[gnu::always_inline]] inline IntCoord CellOf(const C3DPoint& p, float size) {
   const V4f q = V4f{p.x, p.y, p.z, 0.0f} / size;
+  // All lanes true (the fourth, 0, always is): tested as two 64-bit halves.
   const V4i inRange = (q < 2147483648.0f) & (q > -2147483648.0f);
-  if (inRange[0] & inRange[1] & inRange[2]) {
+  std::uint64_t halves[2];
+  std::memcpy(halves, &inRange, sizeof halves);
+  if ((halves[0] & halves[1]) == ~std::uint64_t{0}) {
     const V4i c = __builtin_convertvector(q, V4i); // truncates toward zero
     return {c[0], c[1], c[2]};
   }

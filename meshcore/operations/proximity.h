@@ -8,6 +8,7 @@
 #include "meshcore/geometry/point_3d.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace meshcore {
@@ -129,6 +130,10 @@ public:
   }
   // The cell number of every point entered with AddPoint, by point index.
   const std::vector<int>& GetCellOfPoints() const { return m_cellOf; }
+  // Hands the points' cells over (the map no longer has them): a caller done
+  // with the map can reuse their memory, already in place, for a table of
+  // the same size.
+  std::vector<int> ReleaseCellOfPoints() { return std::move(m_cellOf); }
 
   // Cell count, then each cell as three int32 and its indices (count, int32 each).
   void Serialize(CArchive& ar);

@@ -400,11 +400,11 @@ private:
 
 // The end of the object's Clean once every face went through the cleaner:
 // faces flagged FACE_INVALID go, then the points no face uses.
+// table is scratch room for the points' moves.
 void FinishClean(C3DBaseObject& object, C3DFaceList& faces, C3DPointList& points,
-                 const CFaceCleaner& cleaner) {
+                 const CFaceCleaner& cleaner, std::vector<int>& table) {
   const int facesRemoved =
       cleaner.GetKept() < faces.GetSize() ? faces.Clean(nullptr, 0, nullptr) : 0;
-  std::vector<int> table;
   const int pointsRemoved = points.Clean(&cleaner.GetUsed(), table);
   if (pointsRemoved) {
     const auto n = static_cast<unsigned>(table.size());
@@ -581,7 +581,10 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
     if (cleaner) {
       for (int f = 0; f < firstChanged; ++f)
         cleaner->Clean((*faces)[f]);
-      FinishClean(object, *faces, *points, *cleaner);
+      // The map is done with: its table of the points' cells, as large as
+      // the points' table of moves, serves again without fresh memory.
+      std::vector<int> table = map->ReleaseCellOfPoints();
+      FinishClean(object, *faces, *points, *cleaner, table);
     } else {
       object.Clean();
     }
