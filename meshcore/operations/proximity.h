@@ -35,17 +35,13 @@ inline std::uint32_t HashKey(const IntCoord& c) {
 
 struct IntCoordHash {
   std::uint32_t operator()(const IntCoord& c) const {
-    std::uint32_t h = static_cast<std::uint32_t>(c.x) * 0x9E3779B1u +
-                      static_cast<std::uint32_t>(c.y) * 0x85EBCA77u +
-                      static_cast<std::uint32_t>(c.z) * 0xC2B2AE3Du;
-    // Grid cells are regular: mix the bits so that the low ones (which pick
-    // the slot) depend on all of them.
-    h ^= h >> 16;
-    h *= 0x85EBCA6Bu;
-    h ^= h >> 13;
-    h *= 0xC2B2AE35u;
-    h ^= h >> 16;
-    return h;
+    // Grid cells are regular: the high halves of 64-bit products depend on
+    // every bit of each coordinate, so their low bits (which pick the slot)
+    // spread the cells evenly.
+    const std::uint64_t h = std::uint64_t{static_cast<std::uint32_t>(c.x)} * 0x9E3779B97F4A7C15ull ^
+                            std::uint64_t{static_cast<std::uint32_t>(c.y)} * 0xC2B2AE3D27D4EB4Full ^
+                            std::uint64_t{static_cast<std::uint32_t>(c.z)} * 0x165667B19E3779F9ull;
+    return static_cast<std::uint32_t>(h >> 32);
   }
 };
 
