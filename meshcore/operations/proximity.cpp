@@ -262,9 +262,9 @@ bool CProximityMap::MayTouchOthers(const IntCoord& c) const {
   const std::uint64_t z0 = kSpreadZ[sz & 15], z1 = kSpreadZ[sz >> 4];
   const std::size_t w00 = BlockWordOf((c.x - 1) >> 2, (c.y - 1) >> 2, (c.z - 1) >> 2);
   // Blocks next to each other along an axis have words a fixed step apart.
-  const std::size_t w01 = y1 ? (w00 + 0x9E3779B1u) & m_wordMask : w00;
-  const std::size_t w10 = z1 ? (w00 + 0x85EBCA77u) & m_wordMask : w00;
-  const std::size_t w11 = y1 && z1 ? (w00 + 0x9E3779B1u + 0x85EBCA77u) & m_wordMask : w00;
+  const std::size_t w01 = y1 ? (w00 + kStepY) & m_wordMask : w00;
+  const std::size_t w10 = z1 ? (w00 + kStepZ) & m_wordMask : w00;
+  const std::size_t w11 = y1 && z1 ? (w00 + kStepY + kStepZ) & m_wordMask : w00;
   const auto pair = [&](std::size_t w, std::uint64_t yz) {
     return (m_occupied[w] & (x0 * yz)) | (m_occupied[(w + 1) & m_wordMask] & (x1 * yz));
   };

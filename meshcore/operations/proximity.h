@@ -74,10 +74,12 @@ public:
   [[gnu::always_inline]] void PrefetchNeighbourhood(const IntCoord& c) const {
     if (m_occupied.empty())
       return;
-    const std::int32_t bx = (c.x - 1) >> 2, by = (c.y - 1) >> 2, bz = (c.z - 1) >> 2;
-    for (int iy = 0; iy < 2; ++iy)
-      for (int iz = 0; iz < 2; ++iz)
-        __builtin_prefetch(&m_occupied[BlockWordOf(bx, by + iy, bz + iz)]);
+    // The words of the blocks one step along y and z lie fixed steps away.
+    const std::size_t w = BlockWordOf((c.x - 1) >> 2, (c.y - 1) >> 2, (c.z - 1) >> 2);
+    __builtin_prefetch(&m_occupied[w]);
+    __builtin_prefetch(&m_occupied[(w + kStepY) & m_wordMask]);
+    __builtin_prefetch(&m_occupied[(w + kStepZ) & m_wordMask]);
+    __builtin_prefetch(&m_occupied[(w + kStepY + kStepZ) & m_wordMask]);
   }
   // Freezes the map; call once after the last AddPoint. Without indices
   // only the points' cells and the cells' point counts are at hand until
@@ -154,9 +156,10 @@ private:
   // Blocks next to each other along x have words next to each other, so
   // that a sweep through neighbouring cells stays in the cache. Blocks that
   // share a word only cost extra searches.
+  static constexpr std::uint32_t kStepY = 0x9E3779B1u, kStepZ = 0x85EBCA77u;
   std::size_t BlockWordOf(std::int32_t bx, std::int32_t by, std::int32_t bz) const {
-    return (static_cast<std::uint32_t>(bx) + static_cast<std::uint32_t>(by) * 0x9E3779B1u +
-            static_cast<std::uint32_t>(bz) * 0x85EBCA77u) &
+    return (static_cast<std::uint32_t>(bx) + static_cast<std::uint32_t>(by) * kStepY +
+            static_cast<std::uint32_t>(bz) * kStepZ) &
            m_wordMask;
   }
   std::size_t BlockWord(const IntCoord& c) const {
