@@ -130,7 +130,8 @@ std::uint64_t ModularInverse16(std::uint64_t p) {
   return result;
 }
 
-void CheckFaceIndices(const C3DFaceList& faces, int n, CCancelCheck& cancel) {
+// False once the thread is asked to stop.
+bool CheckFaceIndices(const C3DFaceList& faces, int n, CCancelCheck& cancel) {
   for (int f = 0; f < faces.GetSize(); ++f) {
     const C3DFace& face = faces[f];
     if (!face.IsFlagSet(FACE_EXCLUDED)) {
@@ -139,8 +140,10 @@ void CheckFaceIndices(const C3DFaceList& faces, int n, CCancelCheck& cancel) {
         if (d[k] < 0 || d[k] >= n)
           throw CInvalidArgException();
     }
-    cancel.Tick();
+    if (cancel.Tick())
+      return false;
   }
+  return true;
 }
 
 // The cells grouped into connected groups of touching cells, and what the
@@ -552,7 +555,8 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
   const std::vector<int>& repOfCell = representative;
 
   // Indices the graph of the faces could not hold are refused before anything moves.
-  CheckFaceIndices(*faces, n, cancel);
+  if (!CheckFaceIndices(*faces, n, cancel))
+    return kWeldCancelled;
 
   // From here on the object changes: the rest runs to its end.
   if (cancel.Check())
@@ -569,10 +573,8 @@ int Weld3DPoints(C3DBaseObject& object, float tolerance, int& removedPoints, int
   int firstChanged = -1;
   for (int f = 0; f < faces->GetSize(); ++f) {
     C3DFace& face = (*faces)[f];
-    if (firstChanged < 0 && !face.IsFlagSet(FACE_EXCLUDED) && rewriter.Rewrite(face))
+    if (!face.IsFlagSet(FACE_EXCLUDED) && rewriter.Rewrite(face) && firstChanged < 0)
       firstChanged = f;
-    else if (firstChanged >= 0 && !face.IsFlagSet(FACE_EXCLUDED))
-      rewriter.Rewrite(face);
     if (cleaner && firstChanged >= 0)
       cleaner->Clean(face);
   }
