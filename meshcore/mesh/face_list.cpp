@@ -635,32 +635,43 @@ int CFaceList::ReplaceIndex(CGeomInfo* info, int oldIndex, int newIndex) {
 // ---------------------------------------------------------------------------
 // Compaction
 
-void CFaceList::CleanPointsIndex() {
-  for (int f = 0; f < GetSize(); ++f) {
-    CFace& face = ElementAt(f);
-    if (face.IsFlagSet(FACE_EXCLUDED))
-      continue;
-    // Neighbours are compared along the face; the last index is not compared
-    // with the first, so (1, 2, 1) is left as it is.
-    int k = 0;
+void RemoveRepeatedIndices(CFace& face) {
+  const int* d = face.GetData();
+  const int size = face.GetSize();
+  int k = 0;
+  while (k + 1 < size && d[k] != d[k + 1])
+    ++k;
+  if (k + 1 < size) {
     while (k + 1 < face.GetSize()) {
       if (face[k] == face[k + 1])
         face.RemoveAt(k, 1);
       else
         ++k;
     }
-    if (face.GetSize() < 3)
-      face.SetFlag(FACE_INVALID, 1);
+  }
+  if (face.GetSize() < 3)
+    face.SetFlag(FACE_INVALID, 1);
+}
+
+void CFaceList::CleanPointsIndex() {
+  for (int f = 0; f < GetSize(); ++f) {
+    CFace& face = ElementAt(f);
+    if (!face.IsFlagSet(FACE_EXCLUDED))
+      RemoveRepeatedIndices(face);
   }
 }
 
 int CFaceList::Clean(CGeomInfo*, int cleanIndices, CIndexMap* oldToNew) {
   if (cleanIndices)
     CleanPointsIndex();
-  const int n = GetSize();
   int kept = 0;
-  for (int i = 0; i < n; ++i)
+  for (int i = 0; i < GetSize(); ++i)
     kept += !ElementAt(i).IsFlagSet(FACE_INVALID);
+  return Compact(kept, oldToNew);
+}
+
+int CFaceList::Compact(int kept, CIndexMap* oldToNew) {
+  const int n = GetSize();
   if (oldToNew)
     oldToNew->RemoveAll();
   if (kept == n)
@@ -688,39 +699,71 @@ int CFaceList::Clean(CGeomInfo*, int cleanIndices, CIndexMap* oldToNew) {
 int CFaceList::Clean(CGeomInfo* info) {
   // A face cannot outlive its points: faces on points about to be removed (or
   // outside the list) go with them, so that no kept face refers to a lost point.
-  if (CPointList* points = info ? info->GetPointList() : nullptr) {
-    const int n = points->GetSize();
-    const bool flags = points->HasPointElements();
-    for (int f = 0; f < GetSize(); ++f) {
-      CFace& face = ElementAt(f);
-      if (face.IsOneFlagSet(FACE_INVALID | FACE_EXCLUDED))
-        continue;
-      for (int k = 0; k < face.GetSize(); ++k) {
-        const int p = face[k];
-        if (p < 0 || p >= n || (flags && points->ElementAt(p).IsFlagSet(PT_INVALID))) {
+  // Then the indices are cleaned; one pass does both, face by face.
+  CPointList* points = info ? info->GetPointList() : nullptr;
+  const int n = points ? points->GetSize() : 0;
+  const bool flags = points && points->HasPointElements();
+  // The points the faces kept use, for the points' compaction.
+  std::vector<unsigned char> used(points && flags ? static_cast<std::size_t>(n) : 0, 0);
+  int kept = 0;
+  for (int f = 0; f < GetSize(); ++f) {
+    CFace& face = ElementAt(f);
+    if (points && !face.IsOneFlagSet(FACE_INVALID | FACE_EXCLUDED)) {
+      const int* d = face.GetData();
+      const int size = face.GetSize();
+      for (int k = 0; k < size; ++k)
+        if (d[k] < 0 || d[k] >= n || (flags && points->ElementAt(d[k]).IsFlagSet(PT_INVALID))) {
           face.SetFlag(FACE_INVALID, 1);
           break;
         }
-      }
+    }
+    if (!face.IsFlagSet(FACE_EXCLUDED))
+      RemoveRepeatedIndices(face);
+    if (face.IsFlagSet(FACE_INVALID))
+      continue;
+    ++kept;
+    if (!used.empty() && !face.IsFlagSet(FACE_EXCLUDED)) {
+      // Valid faces hold only points of the list.
+      const int* d = face.GetData();
+      const int size = face.GetSize();
+      for (int k = 0; k < size; ++k)
+        used[static_cast<std::size_t>(d[k])] = 1;
     }
   }
   CIndexMap faceMap;
-  const int facesRemoved = Clean(info, 1, &faceMap);
-  CIndexMap pointMap;
+  const int facesRemoved = Compact(kept, &faceMap);
+  // The points' moves as a table: a hashed map of a million points costs
+  // more than the rest of the compaction, and only channels need one.
+  std::vector<int> pointTable;
   int pointsRemoved = 0;
   if (CPointList* points = info ? info->GetPointList() : nullptr) {
-    pointsRemoved = points->Clean(this, &pointMap);
+    pointsRemoved = points->Clean(&used, pointTable);
     if (pointsRemoved) {
-      UpdateIndex(pointMap);
+      const auto n = static_cast<unsigned>(pointTable.size());
+      for (int f = 0; f < GetSize(); ++f) {
+        CFace& face = ElementAt(f);
+        int* d = face.GetData();
+        for (int k = 0; k < face.GetSize(); ++k)
+          if (static_cast<unsigned>(d[k]) < n && pointTable[static_cast<std::size_t>(d[k])] >= 0)
+            d[k] = pointTable[static_cast<std::size_t>(d[k])];
+      }
       points->SetFlag(PL_CHANGED, 1);
     }
   }
   // Rewritten indices invalidate the graphs as much as removed faces do.
   if (facesRemoved || pointsRemoved)
     SetFlag(FL_CHANGED, 1);
-  if (CDependentChannels* channels = info ? info->GetChannels() : nullptr)
+  if (CDependentChannels* channels = info ? info->GetChannels() : nullptr) {
+    CIndexMap pointMap;
+    if (pointsRemoved && channels->GetSize() > 0) {
+      pointMap.Reserve(pointTable.size());
+      for (std::size_t i = 0; i < pointTable.size(); ++i)
+        if (pointTable[i] >= 0)
+          pointMap.SetAt(static_cast<int>(i), pointTable[i]);
+    }
     channels->CleanChannels(info, facesRemoved ? &faceMap : nullptr,
                             pointsRemoved ? &pointMap : nullptr);
+  }
   return facesRemoved && pointsRemoved;
 }
 

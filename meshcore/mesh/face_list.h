@@ -33,6 +33,11 @@ enum _ConnectionInfoType : int {
 // Custom-data key under which SaveFacesIndex stores each face's index.
 inline constexpr unsigned kFaceIndexKey = 0x46414F49;
 
+// What a face list's clean does to each face's indices: removes each index
+// equal to the next one (the last is not compared with the first, so
+// (1, 2, 1) is left as it is); fewer than three left flags the face FACE_INVALID.
+void RemoveRepeatedIndices(CFace& face);
+
 class CFaceList : public CElementArray {
   MESHCORE_DECLARE_DYNAMIC(CFaceList)
 
@@ -168,6 +173,8 @@ protected:
   // Removes each index equal to the next one without wrapping: (1, 2, 1) stays.
   // Flags FACE_INVALID the faces left with fewer than three indices.
   void CleanPointsIndex();
+  // Drops the faces flagged FACE_INVALID, kept being how many are not; as Clean.
+  int Compact(int kept, CIndexMap* oldToNew);
 
   std::vector<CIntArrayID> m_pointToFace;
   int m_pointGraphBuilt = 0;

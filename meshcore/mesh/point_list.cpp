@@ -75,58 +75,76 @@ void CPointList::SetBorderPointsStatus(const CEdgeGraph& edges) {
 }
 
 int CPointList::Clean(CFaceList* faces, CIndexMap* oldToNew) {
+  std::vector<int> table;
+  const int changed = Clean(faces, table);
+  if (oldToNew) {
+    oldToNew->RemoveAll();
+    if (!table.empty()) {
+      const int kept = GetSize();
+      oldToNew->Reserve(NextPrime(static_cast<unsigned>(static_cast<float>(kept) * 1.2f)));
+      for (std::size_t i = 0; i < table.size(); ++i)
+        if (table[i] >= 0)
+          oldToNew->SetAt(static_cast<int>(i), table[i]);
+    }
+  }
+  return changed;
+}
+
+int CPointList::Clean(CFaceList* faces, std::vector<int>& oldToNew) {
+  if (!faces)
+    return Clean(static_cast<const std::vector<unsigned char>*>(nullptr), oldToNew);
+  // Points used by valid faces. Indices are bounded by the list, so a flat
+  // table replaces a hashed set.
+  const int n = GetSize();
+  std::vector<unsigned char> used(static_cast<std::size_t>(n), 0);
+  for (int f = 0; f < faces->GetSize(); ++f) {
+    const CFace& face = (*faces)[f];
+    if (face.IsOneFlagSet(FACE_INVALID | FACE_EXCLUDED))
+      continue;
+    const int* idx = face.GetData();
+    const int size = face.GetSize();
+    for (int k = 0; k < size; ++k)
+      if (idx[k] >= 0 && idx[k] < n)
+        used[static_cast<std::size_t>(idx[k])] = 1;
+  }
+  return Clean(&used, oldToNew);
+}
+
+int CPointList::Clean(const std::vector<unsigned char>* used, std::vector<int>& oldToNew) {
+  oldToNew.clear();
   if (!HasPointElements())
     return 0;
   const int n = GetSize();
-  // Points used by valid faces. Indices are bounded by the list, so a flat
-  // table replaces a hashed set.
-  std::vector<unsigned char> used;
-  if (faces) {
-    used.assign(static_cast<std::size_t>(n), 0);
-    for (int f = 0; f < faces->GetSize(); ++f) {
-      const CFace& face = (*faces)[f];
-      if (face.IsOneFlagSet(FACE_INVALID | FACE_EXCLUDED))
-        continue;
-      const int* idx = face.GetData();
-      for (int k = 0; k < face.GetSize(); ++k)
-        if (idx[k] >= 0 && idx[k] < n)
-          used[static_cast<std::size_t>(idx[k])] = 1;
-    }
-  }
-  if (oldToNew)
-    oldToNew->RemoveAll();
-
-  int kept = 0;
-  for (int i = 0; i < n; ++i) {
-    CPt& p = ElementAt(i);
-    if (faces && !used[static_cast<std::size_t>(i)])
-      p.SetFlag(PT_INVALID, 1);
-    kept += !p.IsFlagSet(PT_INVALID);
-  }
-  if (kept == n)
-    return 0;
-  if (kept == 0) {
-    SetSize(0, -1);
-    return 1;
-  }
-  if (oldToNew) {
-    const auto want = NextPrime(static_cast<unsigned>(static_cast<float>(kept) * 1.2f));
-    oldToNew->Reserve(want);
-  }
+  // One pass flags, keeps and moves; the table starts at the first point
+  // that goes, so that a list with nothing to remove pays for none.
   int write = 0;
   for (int i = 0; i < n; ++i) {
     CPt& p = ElementAt(i);
-    if (p.IsFlagSet(PT_INVALID))
+    // A point that goes is overwritten or destroyed below: flagging it as
+    // well would only dirty its memory.
+    if ((used && !(*used)[static_cast<std::size_t>(i)]) || p.IsFlagSet(PT_INVALID)) {
+      if (oldToNew.empty()) {
+        oldToNew.assign(static_cast<std::size_t>(n), -1);
+        for (int k = 0; k < i; ++k)
+          oldToNew[static_cast<std::size_t>(k)] = k;
+      }
       continue;
-    if (oldToNew)
-      oldToNew->SetAt(i, write);
-    // The virtual assignment, as for any point move: custom data travels only
-    // when the source has some.
-    if (write != i)
+    }
+    if (write != i) {
+      oldToNew[static_cast<std::size_t>(i)] = write;
+      // The virtual assignment, as for any point move: custom data travels
+      // only when the source has some.
       ElementAt(write) = p;
+    } else if (!oldToNew.empty()) {
+      oldToNew[static_cast<std::size_t>(i)] = write;
+    }
     ++write;
   }
-  SetSize(kept, -1);
+  if (write == n)
+    return 0;
+  if (write == 0)
+    oldToNew.clear();
+  SetSize(write, -1);
   return 1;
 }
 

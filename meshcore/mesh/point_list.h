@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <new>
+#include <vector>
 
 namespace meshcore {
 
@@ -75,6 +76,11 @@ public:
   // flagged PT_INVALID. oldToNew (emptied first) receives the new index of every
   // kept point when something was removed. Returns 1 when the list changed.
   int Clean(CFaceList* faces, CIndexMap* oldToNew);
+  // The same with the new indices in a table by old index (-1 for a removed
+  // point); the table is left empty when nothing moved.
+  int Clean(CFaceList* faces, std::vector<int>& oldToNew);
+  // The same with the points in use given by a flag per point (null: all).
+  int Clean(const std::vector<unsigned char>* used, std::vector<int>& oldToNew);
 
 protected:
   friend class CGeomInfo;

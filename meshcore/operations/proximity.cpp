@@ -6,28 +6,60 @@
 #include "meshcore/platform/cancel.h"
 #include "meshcore/platform/exceptions.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 namespace meshcore {
 
 namespace {
 
-std::int32_t CellIndex(float coordinate, float size) {
-  const double q = std::trunc(static_cast<double>(coordinate / size));
-  if (!(q == q))
-    return 0; // NaN
-  if (q >= 2147483647.0)
+[[gnu::always_inline]] inline std::int32_t CellIndex(float coordinate, float size) {
+  // The conversion truncates toward zero; no float lies strictly between
+  // 2^31 - 128 and 2^31, so the bounds are exact.
+  const float q = coordinate / size;
+  if (q >= 2147483648.0f)
     return INT32_MAX;
-  if (q <= -2147483648.0)
+  if (q > -2147483648.0f)
+    return static_cast<std::int32_t>(q);
+  if (q <= -2147483648.0f)
     return INT32_MIN;
-  return static_cast<std::int32_t>(q);
+  return 0; // NaN
+}
+
+// The cell of a point: the three divisions at once when the quotients are
+// all within the int range (nearly always), one by one otherwise.
+using V4f = float __attribute__((vector_size(16)));
+using V4i = std::int32_t __attribute__((vector_size(16)));
+[[gnu::always_inline]] inline IntCoord CellOf(const C3DPoint& p, float size) {
+  const V4f q = V4f{p.x, p.y, p.z, 0.0f} / size;
+  // All lanes true (the fourth, 0, always is): tested as two 64-bit halves.
+  const V4i inRange = (q < 2147483648.0f) & (q > -2147483648.0f);
+  std::uint64_t halves[2];
+  std::memcpy(halves, &inRange, sizeof halves);
+  if ((halves[0] & halves[1]) == ~std::uint64_t{0}) {
+    const V4i c = __builtin_convertvector(q, V4i); // truncates toward zero
+    return {c[0], c[1], c[2]};
+  }
+  return {CellIndex(p.x, size), CellIndex(p.y, size), CellIndex(p.z, size)};
 }
 
 float CellSizeFor(float tolerance) {
   return (tolerance == 0.0f ? 1e-7f : tolerance) * 0.5f;
 }
+
+// Spreads four bits to the rows (y, four bits apart) and layers (z, sixteen
+// bits apart) of a block's word.
+constexpr std::uint64_t kSpreadY[16] = {0x0000, 0x0001, 0x0010, 0x0011, 0x0100, 0x0101,
+                                        0x0110, 0x0111, 0x1000, 0x1001, 0x1010, 0x1011,
+                                        0x1100, 0x1101, 0x1110, 0x1111};
+constexpr std::uint64_t kSpreadZ[16] = {
+    0x0000000000000000, 0x0000000000000001, 0x0000000000010000, 0x0000000000010001,
+    0x0000000100000000, 0x0000000100000001, 0x0000000100010000, 0x0000000100010001,
+    0x0001000000000000, 0x0001000000000001, 0x0001000000010000, 0x0001000000010001,
+    0x0001000100000000, 0x0001000100000001, 0x0001000100010000, 0x0001000100010001};
 
 } // namespace
 
@@ -35,6 +67,7 @@ CProximityMap::CProximityMap(int expectedCells, int expectedPoints) {
   if (expectedCells > 0) {
     Grow(static_cast<std::size_t>(expectedCells) * 2);
     m_cells.reserve(static_cast<std::size_t>(expectedCells));
+    m_start.reserve(static_cast<std::size_t>(expectedCells) + 1);
   }
   if (expectedPoints > 0)
     m_cellOf.reserve(static_cast<std::size_t>(expectedPoints));
@@ -46,15 +79,11 @@ void CProximityMap::Grow(std::size_t want) {
     size *= 2;
   m_slots.assign(size, Slot());
   m_mask = size - 1;
-  m_occupied.assign(size / 2, 0);
-  m_wordMask = size / 2 - 1;
   for (std::size_t e = 0; e < m_cells.size(); ++e) {
-    m_occupied[BlockWord(m_cells[e])] |= std::uint64_t{1} << BlockBit(m_cells[e]);
-    const std::uint32_t hash = IntCoordHash()(m_cells[e]);
-    std::size_t pos = hash & m_mask;
+    std::size_t pos = IntCoordHash()(m_cells[e]) & m_mask;
     while (m_slots[pos].entry >= 0)
       pos = (pos + 1) & m_mask;
-    m_slots[pos] = {hash, static_cast<int>(e)};
+    m_slots[pos] = {IntCoordHash()(m_cells[e]), static_cast<int>(e)};
   }
 }
 
@@ -63,7 +92,6 @@ int CProximityMap::Insert(const IntCoord& cell, std::uint32_t hash) {
     Grow(m_slots.empty() ? 16 : m_slots.size() * 2);
   Slot& slot = m_slots[FindPos(cell, hash)];
   if (slot.entry < 0) {
-    m_occupied[BlockWord(cell)] |= std::uint64_t{1} << BlockBit(cell);
     slot = {hash, static_cast<int>(m_cells.size())};
     m_cells.push_back(cell);
   }
@@ -71,33 +99,101 @@ int CProximityMap::Insert(const IntCoord& cell, std::uint32_t hash) {
 }
 
 int CProximityMap::AddPoint(const IntCoord& cell) {
-  const std::uint32_t hash = IntCoordHash()(cell);
-  Recent& recent = m_recent[hash & (kRecent - 1)];
-  if (recent.entry < 0 || recent.cell != cell)
-    recent = {cell, Insert(cell, hash)};
-  m_cellOf.push_back(recent.entry);
-  return recent.entry;
+  const int e = Insert(cell, IntCoordHash()(cell));
+  m_cellOf.push_back(e);
+  Count(e);
+  return e;
 }
 
-void CProximityMap::Finish() {
+void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize, bool* anyInvalid) {
+  // Points go in batches: their cells and hashes first, so that the slots of
+  // the whole batch are on their way while its points are entered.
+  constexpr int kBatch = 64;
+  IntCoord cells[kBatch];
+  std::uint32_t hashes[kBatch];
+  std::size_t out = m_cellOf.size();
+  m_cellOf.resize(out + static_cast<std::size_t>(count));
+  bool invalid = false;
+  for (int first = 0; first < count; first += kBatch) {
+    const int batch = std::min(kBatch, count - first);
+    for (int k = 0; k < batch; ++k) {
+      invalid |= points[first + k].IsFlagSet(PT_INVALID); // read with the coordinates
+      cells[k] = CellOf(points[first + k], cellSize);
+      hashes[k] = IntCoordHash()(cells[k]);
+      if (!m_slots.empty())
+        __builtin_prefetch(&m_slots[hashes[k] & m_mask]);
+    }
+    for (int k = 0; k < batch; ++k) {
+      // Most points find their cell filled already: search before any growth.
+      std::size_t pos = hashes[k] & m_mask;
+      int e = -1;
+      for (; !m_slots.empty(); pos = (pos + 1) & m_mask) {
+        const Slot& s = m_slots[pos];
+        if (s.entry < 0)
+          break;
+        if (s.hash == hashes[k] && m_cells[static_cast<std::size_t>(s.entry)] == cells[k]) {
+          e = s.entry;
+          break;
+        }
+      }
+      if (e < 0) {
+        if ((m_cells.size() + 1) * 2 > m_slots.size()) {
+          e = Insert(cells[k], hashes[k]);
+        } else {
+          e = static_cast<int>(m_cells.size());
+          m_slots[pos] = {hashes[k], e};
+          m_cells.push_back(cells[k]);
+        }
+        m_start.push_back(0);
+      }
+      m_cellOf[out++] = e;
+      ++m_start[static_cast<std::size_t>(e) + 1];
+    }
+  }
+  if (anyInvalid && invalid)
+    *anyInvalid = true;
+}
+
+void CProximityMap::BuildOccupancy() {
+  // Four words a cell keep blocks sharing a word (false alarms) rare.
+  std::size_t words = 16;
+  while (words < m_cells.size() * 4)
+    words *= 2;
+  m_occupied.assign(words, 0);
+  m_wordMask = words - 1;
+  for (const IntCoord& c : m_cells)
+    m_occupied[BlockWord(c)] |= std::uint64_t{1} << BlockBit(c);
+}
+
+void CProximityMap::Finish(bool withIndices) {
+  BuildOccupancy();
+  if (!m_finished)
+    for (std::size_t e = 0; e < m_cells.size(); ++e)
+      m_start[e + 1] += m_start[e];
+  m_finished = true;
+  m_indices.clear();
+  m_indexed = false;
+  if (withIndices)
+    BuildIndices();
+}
+
+void CProximityMap::BuildIndices() {
+  if (m_indexed)
+    return;
   // Counting sort of the points by cell: each cell's indices come out increasing.
-  m_start.assign(m_cells.size() + 1, 0);
-  for (int e : m_cellOf)
-    ++m_start[static_cast<std::size_t>(e) + 1];
-  for (std::size_t e = 0; e < m_cells.size(); ++e)
-    m_start[e + 1] += m_start[e];
   m_indices.resize(m_cellOf.size());
   std::vector<int> fill(m_start.begin(), m_start.end() - 1);
   for (std::size_t i = 0; i < m_cellOf.size(); ++i)
     m_indices[static_cast<std::size_t>(fill[static_cast<std::size_t>(m_cellOf[i])]++)] =
         static_cast<int>(i);
+  m_indexed = true;
 }
 
 void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector<int>& out) const {
   if (m_slots.empty())
     return;
-  if (c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN || c.y == INT32_MAX ||
-      c.z == INT32_MIN || c.z == INT32_MAX) {
+  if (m_occupied.empty() || c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN ||
+      c.y == INT32_MAX || c.z == INT32_MIN || c.z == INT32_MAX) {
     // At the edge of the grid: neighbours beyond it do not exist.
     for (int k = 0; k < 27; ++k) {
       const std::int64_t x = static_cast<std::int64_t>(c.x) + k / 9 - 1;
@@ -113,32 +209,76 @@ void CProximityMap::AppendNeighbourhood(const IntCoord& c, int self, std::vector
     }
     return;
   }
-  // The 27 cells span at most two blocks per axis: fetch each block's word once.
+  // The candidates are the set bits of the words of the (at most two per
+  // axis) blocks the 27 cells span, read as cells of those blocks; a bit
+  // that another block sharing the word set finds no cell.
+  const unsigned sx = 7u << ((c.x - 1) & 3), sy = 7u << ((c.y - 1) & 3), sz = 7u << ((c.z - 1) & 3);
+  const std::uint64_t mx[2] = {sx & 15, sx >> 4};
+  const unsigned my[2] = {sy & 15, sy >> 4}, mz[2] = {sz & 15, sz >> 4};
   const std::int32_t bx = (c.x - 1) >> 2, by = (c.y - 1) >> 2, bz = (c.z - 1) >> 2;
-  std::uint64_t words[8];
-  unsigned fetched = 0;
-  for (int k = 0; k < 27; ++k) {
-    if (k == 13 && self >= 0) {
-      out.push_back(self);
-      continue;
+  struct Found {
+    int k, e;
+  };
+  Found found[27];
+  int count = 0;
+  for (int iz = 0; iz < 2; ++iz)
+    for (int iy = 0; iy < 2; ++iy) {
+      if (!mz[iz] || !my[iy])
+        continue;
+      const std::uint64_t yz = kSpreadY[my[iy]] * kSpreadZ[mz[iz]];
+      for (int ix = 0; ix < 2; ++ix) {
+        std::uint64_t bits = m_occupied[BlockWordOf(bx + ix, by + iy, bz + iz)] & (mx[ix] * yz);
+        for (; bits; bits &= bits - 1) {
+          const auto bit = static_cast<unsigned>(__builtin_ctzll(bits));
+          const IntCoord n{(bx + ix) * 4 + static_cast<std::int32_t>(bit & 3),
+                           (by + iy) * 4 + static_cast<std::int32_t>(bit >> 2 & 3),
+                           (bz + iz) * 4 + static_cast<std::int32_t>(bit >> 4)};
+          const int e = n == c && self >= 0 ? self : FindSlot(n);
+          if (e >= 0)
+            found[count++] = {(n.x - c.x + 1) * 9 + (n.y - c.y + 1) * 3 + (n.z - c.z + 1), e};
+        }
+      }
     }
-    const IntCoord n{c.x + k / 9 - 1, c.y + (k / 3) % 3 - 1, c.z + k % 3 - 1};
-    const unsigned w =
-        static_cast<unsigned>(((n.x >> 2) - bx) << 2 | ((n.y >> 2) - by) << 1 | ((n.z >> 2) - bz));
-    if (!(fetched >> w & 1)) {
-      words[w] = m_occupied[BlockWord(n)];
-      fetched |= 1u << w;
-    }
-    if (!(words[w] >> BlockBit(n) & 1))
-      continue;
-    const int e = FindSlot(n);
-    if (e >= 0)
-      out.push_back(e);
-  }
+  // In the neighbour search's order.
+  for (int i = 1; i < count; ++i)
+    for (int j = i; j > 0 && found[j].k < found[j - 1].k; --j)
+      std::swap(found[j], found[j - 1]);
+  for (int i = 0; i < count; ++i)
+    out.push_back(found[i].e);
+}
+
+bool CProximityMap::MayTouchOthers(const IntCoord& c) const {
+  if (m_occupied.empty() || c.x == INT32_MIN || c.x == INT32_MAX || c.y == INT32_MIN ||
+      c.y == INT32_MAX || c.z == INT32_MIN || c.z == INT32_MAX)
+    return true;
+  // The three cells c - 1 to c + 1 of each axis fall in one block or two:
+  // as bits of a block's row, 7 << ((c - 1) & 3) split at bit 4. Welding data
+  // is mostly cells with no other around, answered from these few words,
+  // read without branches: a block the cells do not reach gets an empty
+  // mask and rereads the first word instead of fetching its own.
+  const unsigned sx = 7u << ((c.x - 1) & 3), sy = 7u << ((c.y - 1) & 3), sz = 7u << ((c.z - 1) & 3);
+  const std::uint64_t x0 = sx & 15, x1 = sx >> 4;
+  const std::uint64_t y0 = kSpreadY[sy & 15], y1 = kSpreadY[sy >> 4];
+  const std::uint64_t z0 = kSpreadZ[sz & 15], z1 = kSpreadZ[sz >> 4];
+  const std::size_t w00 = BlockWordOf((c.x - 1) >> 2, (c.y - 1) >> 2, (c.z - 1) >> 2);
+  // Blocks next to each other along an axis have words a fixed step apart.
+  const std::size_t w01 = y1 ? (w00 + kStepY) & m_wordMask : w00;
+  const std::size_t w10 = z1 ? (w00 + kStepZ) & m_wordMask : w00;
+  const std::size_t w11 = y1 && z1 ? (w00 + kStepY + kStepZ) & m_wordMask : w00;
+  const auto pair = [&](std::size_t w, std::uint64_t yz) {
+    return (m_occupied[w] & (x0 * yz)) | (m_occupied[(w + 1) & m_wordMask] & (x1 * yz));
+  };
+  std::uint64_t any =
+      pair(w00, y0 * z0) | pair(w01, y1 * z0) | pair(w10, y0 * z1) | pair(w11, y1 * z1);
+  // No other cell within one of c has c's bit (that takes a step of four),
+  // so taking it out leaves only the others.
+  any &= ~(std::uint64_t{1} << BlockBit(c));
+  return any != 0;
 }
 
 void CProximityMap::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
+    BuildIndices();
     ar.WriteCount(static_cast<std::uint64_t>(m_cells.size()));
     for (int e = 0; e < GetCount(); ++e) {
       const IntCoord& c = m_cells[static_cast<std::size_t>(e)];
@@ -156,10 +296,10 @@ void CProximityMap::Serialize(CArchive& ar) {
   m_wordMask = 0;
   m_cells.clear();
   m_start.assign(1, 0);
+  m_finished = true;
   m_indices.clear();
+  m_indexed = true;
   m_cellOf.clear(); // the indices read need not be 0, 1, 2, ...
-  for (Recent& r : m_recent)
-    r = Recent();
   // A cell takes at least three ints and a count.
   const std::uint64_t count = ar.ReadCount(14);
   for (std::uint64_t c = 0; c < count; ++c) {
@@ -176,6 +316,7 @@ void CProximityMap::Serialize(CArchive& ar) {
     }
     m_start.push_back(static_cast<int>(m_indices.size()));
   }
+  BuildOccupancy();
 }
 
 namespace {
@@ -202,7 +343,11 @@ bool GetCellNeighbourhoods(const CProximityMap& map, std::vector<int>& start,
   for (int e = 0; e < count; ++e) {
     if (e + kAhead < count)
       map.PrefetchNeighbourhood(map.GetCell(e + kAhead));
-    Neighbourhood(map, map.GetCell(e), e, around);
+    const IntCoord& c = map.GetCell(e);
+    if (map.MayTouchOthers(c))
+      map.AppendNeighbourhood(c, e, around);
+    else
+      around.push_back(e);
     start[static_cast<std::size_t>(e) + 1] = static_cast<int>(around.size());
     if (cancel && cancel->Tick())
       return false;
@@ -218,37 +363,30 @@ IntCoord GetProximityCoordinate(const C3DPointList& points, int index) {
   return ConvertToProximityCoordinate(points[index], points.GetProximityCellSize());
 }
 
-CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCheck* cancel) {
+CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCheck* cancel,
+                                bool withIndices, bool* anyInvalid) {
   const float size = CellSizeFor(tolerance);
   points.SetProximityCellSize(size);
   const int n = points.GetSize();
+  if (anyInvalid)
+    *anyInvalid = false;
   if (n == 0)
     return nullptr;
   // Welding input is mostly a few copies of each corner: a quarter of the
   // point count is a fair first guess of the cell count.
   auto* map = new CProximityMap(static_cast<int>(NextPrime(static_cast<unsigned>(n / 4 + 1))), n);
-  // Cells of points a little ahead are worked out early so that their slots
-  // are fetched while the current point is entered.
-  constexpr int kAhead = 32;
-  IntCoord ahead[kAhead];
+  // In slices, to answer a cancel request.
+  constexpr int kSlice = 16384;
   const C3DPoint* p = points.GetFirst();
-  for (int i = 0; i < n && i < kAhead; ++i) {
-    ahead[i] = ConvertToProximityCoordinate(p[i], size);
-    map->PrefetchInsert(ahead[i]);
-  }
-  for (int i = 0; i < n; ++i) {
-    const IntCoord cell = ahead[i % kAhead];
-    if (i + kAhead < n) {
-      ahead[i % kAhead] = ConvertToProximityCoordinate(p[i + kAhead], size);
-      map->PrefetchInsert(ahead[i % kAhead]);
-    }
-    map->AddPoint(cell);
-    if (cancel && cancel->Tick()) {
+  for (int first = 0; first < n; first += kSlice) {
+    const int count = std::min(kSlice, n - first);
+    map->AddPoints(p + first, count, size, anyInvalid);
+    if (cancel && cancel->Advance(static_cast<std::uint64_t>(count))) {
       delete map;
       return nullptr;
     }
   }
-  map->Finish();
+  map->Finish(withIndices);
   return map;
 }
 

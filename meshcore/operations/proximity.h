@@ -8,6 +8,7 @@
 #include "meshcore/geometry/point_3d.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace meshcore {
@@ -34,17 +35,13 @@ inline std::uint32_t HashKey(const IntCoord& c) {
 
 struct IntCoordHash {
   std::uint32_t operator()(const IntCoord& c) const {
-    std::uint32_t h = static_cast<std::uint32_t>(c.x) * 0x9E3779B1u +
-                      static_cast<std::uint32_t>(c.y) * 0x85EBCA77u +
-                      static_cast<std::uint32_t>(c.z) * 0xC2B2AE3Du;
-    // Grid cells are regular: mix the bits so that the low ones (which pick
-    // the slot) depend on all of them.
-    h ^= h >> 16;
-    h *= 0x85EBCA6Bu;
-    h ^= h >> 13;
-    h *= 0xC2B2AE35u;
-    h ^= h >> 16;
-    return h;
+    // Grid cells are regular: the high halves of 64-bit products depend on
+    // every bit of each coordinate, so their low bits (which pick the slot)
+    // spread the cells evenly.
+    const std::uint64_t h = std::uint64_t{static_cast<std::uint32_t>(c.x)} * 0x9E3779B97F4A7C15ull ^
+                            std::uint64_t{static_cast<std::uint32_t>(c.y)} * 0xC2B2AE3D27D4EB4Full ^
+                            std::uint64_t{static_cast<std::uint32_t>(c.z)} * 0x165667B19E3779F9ull;
+    return static_cast<std::uint32_t>(h >> 32);
   }
 };
 
@@ -70,38 +67,33 @@ public:
   // Drops the next point (index 0, 1, 2, ... in call order) into cell;
   // returns the cell's number.
   int AddPoint(const IntCoord& cell);
-  // Starts fetching what AddPoint(cell) or a neighbourhood search around
-  // cell will read: the big tables are far larger than the caches. Inlined
-  // by force: a call that only reads memory counts as having no effect and
-  // would be dropped.
-  [[gnu::always_inline]] void PrefetchInsert(const IntCoord& cell) const {
-    if (m_slots.empty())
-      return;
-    const std::uint32_t hash = IntCoordHash()(cell);
-    const Recent& recent = m_recent[hash & (kRecent - 1)];
-    if (recent.entry >= 0 && recent.cell == cell)
-      return; // no search ahead, most likely
-    __builtin_prefetch(&m_slots[hash & m_mask]);
-    __builtin_prefetch(&m_occupied[BlockWord(cell)]);
-  }
+  // Drops the next count points into their cells for the given cell size.
+  // anyInvalid, when given, is set when one of them is flagged PT_INVALID.
+  void AddPoints(const C3DPoint* points, int count, float cellSize, bool* anyInvalid = nullptr);
+  // Starts fetching what MayTouchOthers(c) will read.
   [[gnu::always_inline]] void PrefetchNeighbourhood(const IntCoord& c) const {
-    if (m_slots.empty())
+    if (m_occupied.empty())
       return;
-    for (int dx = -1; dx <= 1; dx += 2)
-      for (int dy = -1; dy <= 1; dy += 2)
-        for (int dz = -1; dz <= 1; dz += 2)
-          __builtin_prefetch(&m_occupied[BlockWord(
-              {static_cast<std::int32_t>(static_cast<std::uint32_t>(c.x) + dx),
-               static_cast<std::int32_t>(static_cast<std::uint32_t>(c.y) + dy),
-               static_cast<std::int32_t>(static_cast<std::uint32_t>(c.z) + dz)})]);
+    // The words of the blocks one step along y and z lie fixed steps away.
+    const std::size_t w = BlockWordOf((c.x - 1) >> 2, (c.y - 1) >> 2, (c.z - 1) >> 2);
+    __builtin_prefetch(&m_occupied[w]);
+    __builtin_prefetch(&m_occupied[(w + kStepY) & m_wordMask]);
+    __builtin_prefetch(&m_occupied[(w + kStepZ) & m_wordMask]);
+    __builtin_prefetch(&m_occupied[(w + kStepY + kStepZ) & m_wordMask]);
   }
-  // Groups the points by cell; call once after the last AddPoint.
-  void Finish();
+  // Freezes the map; call once after the last AddPoint. Without indices
+  // only the points' cells and the cells' point counts are at hand until
+  // BuildIndices: welding rarely needs more and spares the sort.
+  void Finish(bool withIndices = true);
+  // Groups the points by cell for GetIndices, once.
+  void BuildIndices();
 
   // The number of a cell, or -1 when no point fell into it.
   int Find(const IntCoord& cell) const {
     if (m_slots.empty())
       return -1;
+    if (m_occupied.empty())
+      return FindSlot(cell); // not finished yet
     // Most searches are for empty neighbour cells. One bit per cell, in words
     // that each cover a block of 4 x 4 x 4 cells, answers them from the few
     // words around a cell instead of a slot per neighbour.
@@ -118,39 +110,65 @@ public:
   // cell, in the neighbour search's order (x slowest, z fastest); self, when
   // not -1, is taken as cell's own number without a search.
   void AppendNeighbourhood(const IntCoord& cell, int self, std::vector<int>& out) const;
+  // False when no cell but c itself among the 27 around c holds points; a
+  // true answer may be wrong (blocks of cells share words).
+  bool MayTouchOthers(const IntCoord& c) const;
   int GetCount() const { return static_cast<int>(m_cells.size()); }
   const IntCoord& GetCell(int e) const { return m_cells[static_cast<std::size_t>(e)]; }
+  // The point indices of cell e (empty while the indices are not built).
   CIndexRun GetIndices(int e) const {
     const auto i = static_cast<std::size_t>(e);
+    if (!m_indexed)
+      return {};
     return {m_indices.data() + m_start[i], m_start[i + 1] - m_start[i]};
+  }
+  int GetPointCount(int e) const {
+    const auto i = static_cast<std::size_t>(e);
+    return m_start[i + 1] - m_start[i];
   }
   // The cell number of every point entered with AddPoint, by point index.
   const std::vector<int>& GetCellOfPoints() const { return m_cellOf; }
+  // Hands the points' cells over (the map no longer has them): a caller done
+  // with the map can reuse their memory, already in place, for a table of
+  // the same size.
+  std::vector<int> ReleaseCellOfPoints() { return std::move(m_cellOf); }
 
   // Cell count, then each cell as three int32 and its indices (count, int32 each).
   void Serialize(CArchive& ar);
 
 private:
   // Open addressing on small slots (the hash and the cell's number); the
-  // cell itself is compared in the cell array.
+  // cell itself is compared in the cell array, where the cells met lately
+  // (most hits) are still in the cache.
   struct Slot {
     std::uint32_t hash = 0;
     int entry = -1;
   };
   void Grow(std::size_t slots);
+  void Count(int e) {
+    if (static_cast<std::size_t>(e) + 1 == m_start.size())
+      m_start.push_back(0); // a new cell
+    ++m_start[static_cast<std::size_t>(e) + 1];
+  }
+  // The words of the occupied cells, once they are all in.
+  void BuildOccupancy();
   int Insert(const IntCoord& cell, std::uint32_t hash);
-  // Blocks next to each other along x share cache lines, so that a sweep
-  // through neighbouring cells stays in the cache. Unlucky collisions only
-  // cost extra slot searches.
-  std::size_t BlockWord(const IntCoord& c) const {
-    return (static_cast<std::uint32_t>(c.x >> 2) +
-            static_cast<std::uint32_t>(c.y >> 2) * 0x9E3779B1u +
-            static_cast<std::uint32_t>(c.z >> 2) * 0x85EBCA77u) &
+  // Blocks next to each other along x have words next to each other, so
+  // that a sweep through neighbouring cells stays in the cache. Blocks that
+  // share a word only cost extra searches.
+  static constexpr std::uint32_t kStepY = 0x9E3779B1u, kStepZ = 0x85EBCA77u;
+  std::size_t BlockWordOf(std::int32_t bx, std::int32_t by, std::int32_t bz) const {
+    return (static_cast<std::uint32_t>(bx) + static_cast<std::uint32_t>(by) * kStepY +
+            static_cast<std::uint32_t>(bz) * kStepZ) &
            m_wordMask;
+  }
+  std::size_t BlockWord(const IntCoord& c) const {
+    return BlockWordOf(c.x >> 2, c.y >> 2, c.z >> 2);
   }
   static unsigned BlockBit(const IntCoord& c) {
     return static_cast<unsigned>((c.x & 3) | (c.y & 3) << 2 | (c.z & 3) << 4);
   }
+
   // The slot holding cell, or the empty slot where it belongs.
   std::size_t FindPos(const IntCoord& cell, std::uint32_t hash) const {
     for (std::size_t pos = hash & m_mask;; pos = (pos + 1) & m_mask) {
@@ -165,21 +183,16 @@ private:
 
   std::vector<Slot> m_slots;
   std::size_t m_mask = 0;
-  std::vector<std::uint64_t> m_occupied; // a word per block of cells (hashed)
+  std::vector<std::uint64_t> m_occupied; // a word per block of cells (hashed), once finished
   std::size_t m_wordMask = 0;
   std::vector<IntCoord> m_cells;
-  std::vector<int> m_start{0}; // cell e's indices: m_indices[m_start[e]] to [m_start[e + 1] - 1]
+  // Cell e's indices: m_indices[m_start[e]] to [m_start[e + 1] - 1]. While
+  // the map fills, m_start[e + 1] counts the points of cell e.
+  std::vector<int> m_start{0};
+  bool m_finished = false;
   std::vector<int> m_indices;
+  bool m_indexed = false;
   std::vector<int> m_cellOf;
-  // Cells met lately: shared corners of neighbouring faces usually come close
-  // together in the point list (often a row of faces apart), and this spares
-  // their searches in the far larger slot table.
-  struct Recent {
-    IntCoord cell;
-    int entry = -1;
-  };
-  static constexpr std::size_t kRecent = 8192;
-  std::vector<Recent> m_recent = std::vector<Recent>(kRecent);
 };
 
 // For every cell e of map, the numbers of the cells that hold points among
@@ -206,8 +219,11 @@ IntCoord GetProximityCoordinate(const C3DPointList& points, int index);
 // size and drops every point into the grid. Null for an empty list; otherwise
 // the caller frees the map with DeleteProximityMap.
 // With cancel, null as well once the thread is asked to stop (nothing to free).
+// Without indices, the map is finished as Finish(false) leaves it.
+// anyInvalid, when given, tells whether a point is flagged PT_INVALID.
 CProximityMap* InitProximityMap(C3DPointList& points, float tolerance,
-                                CCancelCheck* cancel = nullptr);
+                                CCancelCheck* cancel = nullptr, bool withIndices = true,
+                                bool* anyInvalid = nullptr);
 // For every point, the points of the 27 cells around its own (itself left
 // out). Never null; points without any candidate have no entry.
 CProximityResult* Get3DProximityPoints(const C3DPointList& points, const CProximityMap* map);
