@@ -292,7 +292,7 @@ const st_lwVMap* WholeLayerUVWMap(const st_lwLayer& layer) {
       return nullptr;
     found = &vmap;
   }
-  if (!found || found->attached.size() != layer.points.size())
+  if (!found || found->attached.size() != layer.GetPointCount())
     return nullptr;
   for (std::int32_t e : found->attached)
     if (e < 0)
@@ -397,8 +397,8 @@ private:
 // corners taken the way the mesh faces list them (reversed).
 void FirstUseOrder(const st_lwLayer& layer, std::size_t first, std::size_t end,
                    std::vector<std::uint32_t>& order, const std::atomic<bool>& stop) {
-  std::vector<bool> seen(layer.points.size(), false);
-  order.reserve(std::min(layer.points.size(), (end - first) * 4));
+  std::vector<bool> seen(layer.GetPointCount(), false);
+  order.reserve(std::min(layer.GetPointCount(), (end - first) * 4));
   for (LwPolygonWalk walk(layer, first); walk.Index() < end; walk.Next()) {
     PollStop(walk.Index() - first, &stop);
     if (walk.Count() < 3)
@@ -423,7 +423,8 @@ void FillPoints(const st_lwLayer& layer, const std::vector<std::uint32_t>& runPo
         PollStop(0, stop);
         C3DPoint* out = points.GetFirst();
         for (int i = begin; i < end; ++i) {
-          const float* at = layer.points[runPoints[std::size_t(i)]].pos;
+          float at[3];
+          layer.GetPoint(runPoints[std::size_t(i)], at);
           out[i].x = at[0];
           out[i].y = at[1];
           out[i].z = at[2];
@@ -509,7 +510,7 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
     for (const st_lwLayer* layer : layers) {
       if (ShouldCancel())
         throw CancelledRead{};
-      if (!layer->points.empty() && layer->GetPolygonCount() != 0)
+      if (layer->GetPointCount() != 0 && layer->GetPolygonCount() != 0)
         ConvertLayer(*layer);
     }
   } catch (const CancelledRead&) {
@@ -537,7 +538,7 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
 
 void CLightwaveIo::ConvertLayer(const st_lwLayer& layer) {
   m_activeLayer = &layer;
-  m_pointRemap.assign(layer.points.size(), -1);
+  m_pointRemap.assign(layer.GetPointCount(), -1);
   // Once per layer: a layer may hold many runs.
   m_wholeUVWMap = WholeLayerUVWMap(layer);
   for (const LwPolygonRun& run : LwPolygonRuns(layer)) {
@@ -558,7 +559,8 @@ void CLightwaveIo::ConvertCurve(const st_lwLayer& layer, LwPolygonWalk& poly) {
   const std::uint32_t* v = poly.Vertices();
   C3DPoint* out = points->GetFirst();
   for (unsigned k = 0; k < poly.Count(); ++k) {
-    const float* p = layer.points[v[k]].pos;
+    float p[3];
+    layer.GetPoint(v[k], p);
     out[k].x = p[0];
     out[k].y = p[1];
     out[k].z = p[2];
@@ -630,7 +632,7 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
       fillPoints(order, &stop);
     });
   else
-    order.reserve(std::min(layer.points.size(), (end - first) * 4));
+    order.reserve(std::min(layer.GetPointCount(), (end - first) * 4));
   std::int32_t used = 0; // points numbered so far
   LwPolygonWalk walk(layer, first);
   GrowInBlocks(

@@ -43,6 +43,17 @@ inline std::uint32_t TakeVX(const std::uint8_t*& p) {
 
 } // namespace
 
+void st_lwLayer::GetPoint(std::size_t i, float out[3]) const {
+  if (!pointBytes) {
+    for (int k = 0; k < 3; ++k)
+      out[k] = points[i].pos[k];
+    return;
+  }
+  const std::uint8_t* p = pointBytes + i * 12;
+  for (int k = 0; k < 3; ++k)
+    out[k] = codec::LoadF32BE(p + 4 * k);
+}
+
 void st_lwLayer::DecodeSpans() {
   if (polygonSpans.empty())
     return;

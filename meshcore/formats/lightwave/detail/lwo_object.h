@@ -131,7 +131,14 @@ struct st_lwLayer {
   // reads as untagged) until surfaces are resolved, its surface after.
   std::vector<std::uint32_t> spanSurfaces;
 
-  std::size_t GetPointCount() const { return points.size(); }
+  // Points left in the loaded bytes (the same loader option): the layer's one
+  // "PNTS" chunk, 3 x F4 big-endian each; `points` then stays empty and no
+  // box is computed.
+  const std::uint8_t* pointBytes = nullptr;
+  std::size_t viewPoints = 0;
+
+  std::size_t GetPointCount() const { return pointBytes ? viewPoints : points.size(); }
+  void GetPoint(std::size_t i, float out[3]) const;
   std::size_t GetPolygonCount() const {
     return polygonSpans.empty() ? polygons.size() : spanPolygons;
   }

@@ -127,13 +127,15 @@ private:
 
   void ReadLayer(Span c, bool first);
   void ReadPoints(Span c);
-  void DecodePoints(st_lwLayer& layer, Span c, std::size_t old, std::size_t count);
+  void DecodePoints(st_lwLayer& layer, const std::uint8_t* p, std::size_t old, std::size_t count);
   void ReadBBox(Span c);
   void ReadPolygons(Span c);
-  bool SpansFor(const st_lwLayer& layer) const {
+  // Whether points and polygons may stay in the bytes.
+  bool Views() const {
     return options_.polygonSpans && !options_.polygonNormals && !options_.pointPolygons &&
-           !options_.vertexNormals && layer.polygons.empty();
+           !options_.vertexNormals;
   }
+  bool SpansFor(const st_lwLayer& layer) const { return Views() && layer.polygons.empty(); }
   void SpanPolygons(Span c, std::uint32_t type);
   void ReadPolygonTags(Span c);
   void ReadTags(Span c);
@@ -206,7 +208,7 @@ void Loader::Post(LaneJob job) {
     } catch (const std::system_error&) {
       // No second thread: decode here.
       if (job.id == lwid::PNTS)
-        DecodePoints(*job.layer, job.span, job.old, job.count);
+        DecodePoints(*job.layer, job.span.Pos(), job.old, job.count);
       else
         DecodeVMap(*job.layer, job.span, false, job.counts);
       return;
@@ -234,7 +236,7 @@ void Loader::LaneMain() {
     const LaneJob& job = *next;
     try {
       if (job.id == lwid::PNTS)
-        DecodePoints(*job.layer, job.span, job.old, job.count);
+        DecodePoints(*job.layer, job.span.Pos(), job.old, job.count);
       else
         DecodeVMap(*job.layer, job.span, false, job.counts);
     } catch (...) {
@@ -455,7 +457,7 @@ void Loader::ReadLayer(Span c, bool first) {
   if (!first)
     object_->layers.emplace_back();
   st_lwLayer& layer = Layer();
-  points_ = layer.points.size();
+  points_ = layer.GetPointCount();
   layer.number = c.U2();
   layer.flags = c.U2();
   for (float& v : layer.pivot)
@@ -477,15 +479,26 @@ void Loader::ReadPoints(Span c) {
     c.Fail("more than 2^32 points in the layer");
   layer.pointBase = std::uint32_t(old);
   points_ = old + count;
+  if (Views() && old == 0) {
+    layer.pointBytes = c.Pos();
+    layer.viewPoints = count;
+    return;
+  }
+  if (layer.pointBytes) {
+    // A second chunk: the first is decoded after all.
+    DrainLane();
+    const std::uint8_t* first = std::exchange(layer.pointBytes, nullptr);
+    DecodePoints(layer, first, 0, std::exchange(layer.viewPoints, 0));
+  }
   if (LaneActive() || LaneFor(c))
     Post({lwid::PNTS, c, &layer, old, count, {}});
   else
-    DecodePoints(layer, c, old, count);
+    DecodePoints(layer, c.Pos(), old, count);
 }
 
-void Loader::DecodePoints(st_lwLayer& layer, Span c, std::size_t old, std::size_t count) {
+void Loader::DecodePoints(st_lwLayer& layer, const std::uint8_t* p, std::size_t old,
+                          std::size_t count) {
   layer.points.resize(old + count);
-  const std::uint8_t* p = c.Pos();
   st_lwPoint* out = layer.points.data() + old;
   // The box is kept up to date while the points are hot, unless the file gives one.
   const bool box = !layer.hasBBox && count > 0;
@@ -1217,7 +1230,7 @@ bool LwResolveSurfaces(st_lwObject& object) {
 void LwAttachVertexMaps(st_lwLayer& layer) {
   for (auto& map : layer.vmaps) {
     if (!map.perPolygon) {
-      map.attached.assign(layer.points.size(), -1);
+      map.attached.assign(layer.GetPointCount(), -1);
       for (std::size_t e = 0; e < map.points.size(); ++e)
         map.attached[map.points[e]] = std::int32_t(e);
       continue;
