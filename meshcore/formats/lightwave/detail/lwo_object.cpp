@@ -67,9 +67,10 @@ void st_lwLayer::DecodeSpans() {
       p += 2;
       const unsigned n = word & 0x03FF;
       const auto index = polygons.size();
-      polygons.push_back(st_lwPolygon{span.type, SurfaceOf(index), kLwNone,
-                                      std::uint32_t(polygonVertices.size()), std::uint16_t(n),
-                                      std::uint16_t(word >> 10)});
+      const std::uint32_t entry = SurfaceOf(index);
+      polygons.push_back(st_lwPolygon{
+          span.type, spanSurfacesResolved ? kLwNone : entry, spanSurfacesResolved ? entry : kLwNone,
+          std::uint32_t(polygonVertices.size()), std::uint16_t(n), std::uint16_t(word >> 10)});
       for (unsigned i = 0; i < n; ++i)
         polygonVertices.push_back(span.pointBase + TakeVX(p));
     }
@@ -78,6 +79,7 @@ void st_lwLayer::DecodeSpans() {
   spanPolygons = 0;
   spanVertices = 0;
   spanSurfaces = {};
+  spanSurfacesResolved = false;
 }
 
 std::vector<LwPolygonRun> LwPolygonRuns(const st_lwLayer& layer) {

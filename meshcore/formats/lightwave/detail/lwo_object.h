@@ -130,6 +130,7 @@ struct st_lwLayer {
   // With spans: each polygon's tag (kLwNone if untagged; missing at the end
   // reads as untagged) until surfaces are resolved, its surface after.
   std::vector<std::uint32_t> spanSurfaces;
+  bool spanSurfacesResolved = false;
 
   // Points left in the loaded bytes (the same loader option): the layer's one
   // "PNTS" chunk, 3 x F4 big-endian each; `points` then stays empty and no

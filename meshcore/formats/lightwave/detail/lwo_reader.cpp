@@ -1222,6 +1222,7 @@ bool LwResolveSurfaces(st_lwObject& object) {
       for (std::uint32_t& entry : layer.spanSurfaces)
         if (!resolve(entry, entry))
           return false;
+      layer.spanSurfacesResolved = true;
     }
   }
   return true;
