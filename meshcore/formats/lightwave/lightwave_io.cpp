@@ -75,6 +75,16 @@ std::uint32_t ParentKey(const st_lwLayer& layer) {
   return layer.hasParent ? layer.parent : 0;
 }
 
+// Type of a layer polygon.
+std::uint32_t TypeAt(const st_lwLayer& layer, std::size_t polygon) {
+  if (layer.polygonSpans.empty())
+    return layer.polygons[polygon].type;
+  for (const auto& span : layer.polygonSpans)
+    if (polygon < std::size_t(span.first) + span.count)
+      return span.type;
+  return lwid::FACE;
+}
+
 // The control mesh of a patch, when patches keep one apart from their result.
 template <class P> C3DBaseObject* PatchSource(P* patch) {
   if constexpr (requires { patch->GetSourceObject(); })
@@ -124,9 +134,9 @@ bool SameValue(const Value& a, const Value& b) {
 // the polygon's surface come first, then the layer's other maps of the kind.
 class ChannelBuilder {
 public:
-  ChannelBuilder(const st_lwLayer& layer, std::vector<NamedMaps>& maps,
-                 const std::vector<std::string>& surfaceMap, bool colours)
-      : layer_(layer), maps_(maps), surfaceMap_(surfaceMap), colours_(colours) {
+  ChannelBuilder(std::vector<NamedMaps>& maps, const std::vector<std::string>& surfaceMap,
+                 bool colours)
+      : maps_(maps), surfaceMap_(surfaceMap), colours_(colours) {
     // The usual case, one per-point map, takes a short path.
     if (maps_.size() == 1 && maps_[0].perPolygon.empty() && maps_[0].perPoint) {
       single_ = &maps_[0];
@@ -135,10 +145,9 @@ public:
     }
   }
 
-  // Channel point of corner k (file order) of polygon p.
-  std::int32_t Corner(std::size_t p, unsigned k) {
-    const st_lwPolygon& poly = layer_.polygons[p];
-    const std::uint32_t point = layer_.Vertices(poly)[k];
+  // Channel point of corner k (file order) of the polygon at the walk.
+  std::int32_t Corner(LwPolygonWalk& walk, unsigned k) {
+    const std::uint32_t point = walk.Vertices()[k];
     if (single_) {
       std::int32_t e = single_->perPoint->attached[point];
       if (e >= 0) {
@@ -151,10 +160,10 @@ public:
       }
       return None();
     }
-    for (int m : Order(poly.surface)) {
+    for (int m : Order(walk.Surface())) {
       NamedMaps& named = maps_[std::size_t(m)];
       for (const st_lwVMap* vmad : named.perPolygon) {
-        std::int32_t e = vmad->attached[std::size_t(poly.firstVertex) + k];
+        std::int32_t e = vmad->attached[std::size_t(walk.FirstVertex()) + k];
         if (e >= 0)
           return FromPolygon(named, point, Convert(*vmad, std::size_t(e)));
       }
@@ -224,7 +233,6 @@ private:
     return order;
   }
 
-  const st_lwLayer& layer_;
   std::vector<NamedMaps>& maps_;
   const std::vector<std::string>& surfaceMap_;
   bool colours_;
@@ -239,16 +247,16 @@ template <class FaceList, class Builder>
 void FillChannelFaces(FaceList& faces, const st_lwLayer& layer, std::size_t first, std::size_t end,
                       Builder& builder) {
   int f = 0;
-  for (std::size_t p = first; p < end; ++p) {
-    PollRead(p - first);
-    const st_lwPolygon& poly = layer.polygons[p];
-    if (poly.vertexCount < 3)
+  for (LwPolygonWalk walk(layer, first); walk.Index() < end; walk.Next()) {
+    PollRead(walk.Index() - first);
+    const unsigned n = walk.Count();
+    if (n < 3)
       continue;
     auto& face = faces[f++];
-    face.SetSize(poly.vertexCount);
+    face.SetSize(int(n));
     int* idx = face.GetData();
-    for (unsigned k = 0; k < poly.vertexCount; ++k)
-      idx[k] = builder.Corner(p, poly.vertexCount - 1 - k);
+    for (unsigned k = 0; k < n; ++k)
+      idx[k] = builder.Corner(walk, n - 1 - k);
   }
 }
 
@@ -284,7 +292,7 @@ const st_lwVMap* WholeLayerUVWMap(const st_lwLayer& layer) {
       return nullptr;
     found = &vmap;
   }
-  if (!found || found->attached.size() != layer.points.size())
+  if (!found || found->attached.size() != layer.GetPointCount())
     return nullptr;
   for (std::int32_t e : found->attached)
     if (e < 0)
@@ -389,15 +397,14 @@ private:
 // corners taken the way the mesh faces list them (reversed).
 void FirstUseOrder(const st_lwLayer& layer, std::size_t first, std::size_t end,
                    std::vector<std::uint32_t>& order, const std::atomic<bool>& stop) {
-  std::vector<bool> seen(layer.points.size(), false);
-  order.reserve(std::min(layer.points.size(), (end - first) * 4));
-  for (std::size_t p = first; p < end; ++p) {
-    PollStop(p - first, &stop);
-    const st_lwPolygon& poly = layer.polygons[p];
-    if (poly.vertexCount < 3)
+  std::vector<bool> seen(layer.GetPointCount(), false);
+  order.reserve(std::min(layer.GetPointCount(), (end - first) * 4));
+  for (LwPolygonWalk walk(layer, first); walk.Index() < end; walk.Next()) {
+    PollStop(walk.Index() - first, &stop);
+    if (walk.Count() < 3)
       continue;
-    const std::uint32_t* v = layer.Vertices(poly);
-    for (unsigned k = poly.vertexCount; k-- > 0;) {
+    const std::uint32_t* v = walk.Vertices();
+    for (unsigned k = walk.Count(); k-- > 0;) {
       const std::uint32_t lp = v[k];
       if (!seen[lp]) {
         seen[lp] = true;
@@ -416,7 +423,8 @@ void FillPoints(const st_lwLayer& layer, const std::vector<std::uint32_t>& runPo
         PollStop(0, stop);
         C3DPoint* out = points.GetFirst();
         for (int i = begin; i < end; ++i) {
-          const float* at = layer.points[runPoints[std::size_t(i)]].pos;
+          float at[3];
+          layer.GetPoint(runPoints[std::size_t(i)], at);
           out[i].x = at[0];
           out[i].y = at[1];
           out[i].z = at[2];
@@ -454,9 +462,8 @@ C3DScene* CLightwaveIo::Read(const std::string& name, unsigned flags) {
     SetIoError(IO_FILE_BAD_FORMAT, codec::CFileInput::FailureText(result));
     return nullptr;
   }
-  const bool loaded = LoadObject(input.GetData(), input.GetSize());
-  input.Close(); // the bytes are decoded: keep the peak down
-  return loaded ? BuildScene(flags) : nullptr;
+  // The loaded object keeps views into the bytes until the scene is built.
+  return LoadObject(input.GetData(), input.GetSize()) ? BuildScene(flags) : nullptr;
 }
 
 int CLightwaveIo::GetLayerNbr() const {
@@ -471,6 +478,8 @@ bool CLightwaveIo::LoadObject(const void* data, std::size_t size) {
   LwLoadOptions options;
   options.polygonNormals = options.pointPolygons = options.vertexNormals = false;
   options.cancellable = true;
+  // The polygons are walked once, straight from the bytes.
+  options.polygonSpans = true;
   LwLoadStatus status;
   m_object = LoadLightwaveObject(data, size, options, &status);
   if (!m_object) {
@@ -501,7 +510,7 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
     for (const st_lwLayer* layer : layers) {
       if (ShouldCancel())
         throw CancelledRead{};
-      if (!layer->points.empty() && !layer->polygons.empty())
+      if (layer->GetPointCount() != 0 && layer->GetPolygonCount() != 0)
         ConvertLayer(*layer);
     }
   } catch (const CancelledRead&) {
@@ -529,40 +538,35 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
 
 void CLightwaveIo::ConvertLayer(const st_lwLayer& layer) {
   m_activeLayer = &layer;
-  m_pointRemap.assign(layer.points.size(), -1);
+  m_pointRemap.assign(layer.GetPointCount(), -1);
   // Once per layer: a layer may hold many runs.
   m_wholeUVWMap = WholeLayerUVWMap(layer);
-  const std::size_t n = layer.polygons.size();
-  for (std::size_t i = 0; i < n;) {
-    const std::uint32_t type = layer.polygons[i].type;
-    std::size_t j = i + 1;
-    while (j < n && layer.polygons[j].type == type)
-      ++j;
-    if (type == lwid::CURV) {
-      for (std::size_t k = i; k < j; ++k)
-        if (layer.polygons[k].vertexCount >= 3)
-          ConvertCurve(layer, layer.polygons[k]);
+  for (const LwPolygonRun& run : LwPolygonRuns(layer)) {
+    if (run.type == lwid::CURV) {
+      for (LwPolygonWalk walk(layer, run.first); walk.Index() < run.end; walk.Next())
+        if (walk.Count() >= 3)
+          ConvertCurve(layer, walk);
     } else {
-      ConvertRun(layer, i, j);
+      ConvertRun(layer, run.first, run.end);
     }
-    i = j;
   }
 }
 
-void CLightwaveIo::ConvertCurve(const st_lwLayer& layer, const st_lwPolygon& poly) {
+void CLightwaveIo::ConvertCurve(const st_lwLayer& layer, LwPolygonWalk& poly) {
   auto curve = std::make_unique<C3DCurve>();
   auto points = std::make_unique<C3DPointList>();
-  points->SetSize(poly.vertexCount);
-  const std::uint32_t* v = layer.Vertices(poly);
+  points->SetSize(int(poly.Count()));
+  const std::uint32_t* v = poly.Vertices();
   C3DPoint* out = points->GetFirst();
-  for (unsigned k = 0; k < poly.vertexCount; ++k) {
-    const float* p = layer.points[v[k]].pos;
+  for (unsigned k = 0; k < poly.Count(); ++k) {
+    float p[3];
+    layer.GetPoint(v[k], p);
     out[k].x = p[0];
     out[k].y = p[1];
     out[k].z = p[2];
   }
   curve->SetPointList(points.release());
-  curve->SetMaterialID(GetMaterial(curve.get(), poly.surface));
+  curve->SetMaterialID(GetMaterial(curve.get(), poly.Surface()));
   CreateNode(m_scene, curve.release(), layer);
 }
 
@@ -573,20 +577,27 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
   std::vector<bool> seen(surfaceCount + 1, false);
   m_runSurfaces.clear();
   for (std::size_t p = first; p < end; ++p) {
-    const st_lwPolygon& poly = layer.polygons[p];
-    if (poly.vertexCount >= 3)
-      ++faceCount;
-    const std::size_t key = poly.surface < surfaceCount ? poly.surface : surfaceCount;
+    const std::uint32_t surface = layer.SurfaceOf(p);
+    const std::size_t key = surface < surfaceCount ? surface : surfaceCount;
     if (!seen[key]) {
       seen[key] = true;
-      m_runSurfaces.push_back(poly.surface);
+      m_runSurfaces.push_back(surface);
     }
+  }
+  if (layer.polygonSpans.empty()) {
+    for (std::size_t p = first; p < end; ++p)
+      faceCount += layer.polygons[p].vertexCount >= 3;
+  } else {
+    // Runs are whole spans; the loader counted their small polygons.
+    for (const auto& span : layer.polygonSpans)
+      if (span.first >= first && span.first < end)
+        faceCount += span.count - span.small;
   }
   if (faceCount == 0 || faceCount > std::size_t(INT_MAX))
     return;
 
   std::unique_ptr<C3DBaseObject> object;
-  if (layer.polygons[first].type == lwid::FACE)
+  if (TypeAt(layer, first) == lwid::FACE)
     object = std::make_unique<C3DObject>();
   else
     object = std::make_unique<C3DPatch>();
@@ -621,24 +632,24 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
       fillPoints(order, &stop);
     });
   else
-    order.reserve(std::min(layer.points.size(), (end - first) * 4));
+    order.reserve(std::min(layer.GetPointCount(), (end - first) * 4));
   std::int32_t used = 0; // points numbered so far
-  std::size_t p = first;
+  LwPolygonWalk walk(layer, first);
   GrowInBlocks(
       int(faceCount),
       [&](int begin, int blockEnd) {
         C3DFace* out = faces->GetFirst();
-        for (int f = begin; f < blockEnd; ++p) {
-          PollRead(p - first);
-          const st_lwPolygon& poly = layer.polygons[p];
-          if (poly.vertexCount < 3)
+        for (int f = begin; f < blockEnd; walk.Next()) {
+          PollRead(walk.Index() - first);
+          const unsigned n = walk.Count();
+          if (n < 3)
             continue;
           C3DFace& face = out[f];
-          face.SetSize(poly.vertexCount);
+          face.SetSize(int(n));
           int* idx = face.GetData();
-          const std::uint32_t* v = layer.Vertices(poly);
-          for (unsigned k = 0; k < poly.vertexCount; ++k) {
-            std::uint32_t lp = v[poly.vertexCount - 1 - k];
+          const std::uint32_t* v = walk.Vertices();
+          for (unsigned k = 0; k < n; ++k) {
+            std::uint32_t lp = v[n - 1 - k];
             std::int32_t& mapped = m_pointRemap[lp];
             if (mapped < 0) {
               mapped = used++;
@@ -648,14 +659,14 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
             idx[k] = mapped;
           }
           // Surfaces already converted are looked up without the call.
-          const std::uint32_t s = poly.surface;
+          const std::uint32_t s = walk.Surface();
           face.SetMaterialID(s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0
                                  ? unsigned(m_surfaceMaterial[s])
                                  : GetMaterial(object.get(), s));
           if (uvwFaces) {
             CUVWFace& to = uvwFaces->GetFirst()[f];
-            to.SetSize(poly.vertexCount);
-            std::memcpy(to.GetData(), idx, sizeof(int) * poly.vertexCount);
+            to.SetSize(int(n));
+            std::memcpy(to.GetData(), idx, sizeof(int) * n);
           }
           ++f;
         }
@@ -733,7 +744,7 @@ void CLightwaveIo::CreateUVWChannel(C3DBaseObject* object, const st_lwLayer& lay
   CUVWFaceList& faces = *channel->GetUVWFaceList();
   CUVWPointList& points = *channel->GetUVWPointList();
   if (!FillWholeUVWMap(maps, m_runPoints, *object->GetFaceList(), faces, points)) {
-    ChannelBuilder builder(layer, maps, m_surfaceUVMap, false);
+    ChannelBuilder builder(maps, m_surfaceUVMap, false);
     faces.SetSize(faceCount);
     FillChannelFaces(faces, layer, first, end, builder);
     if (!builder.FoundAny())
@@ -769,7 +780,7 @@ void CLightwaveIo::CreateVCChannel(C3DBaseObject* object, const st_lwLayer& laye
   std::vector<std::string> surfaceMaps(m_object->surfaces.size());
   for (std::size_t s = 0; s < surfaceMaps.size(); ++s)
     surfaceMaps[s] = m_object->surfaces[s].vcolName;
-  ChannelBuilder builder(layer, maps, surfaceMaps, true);
+  ChannelBuilder builder(maps, surfaceMaps, true);
   auto channel = std::make_unique<CVCChannel>();
   CVCFaceList& faces = *channel->GetVCFaceList();
   faces.SetSize(faceCount);

@@ -23,6 +23,7 @@ struct st_lwObject;
 struct st_lwLayer;
 struct st_lwPolygon;
 struct st_lwVMap;
+class LwPolygonWalk;
 
 // Custom-data record that object and layer-group nodes carry, and the layer
 // number + 1 in it.
@@ -93,7 +94,7 @@ private:
   C3DScene* BuildScene(unsigned flags);
   void ConvertLayer(const st_lwLayer& layer);
   void ConvertRun(const st_lwLayer& layer, std::size_t first, std::size_t end);
-  void ConvertCurve(const st_lwLayer& layer, const st_lwPolygon& poly);
+  void ConvertCurve(const st_lwLayer& layer, LwPolygonWalk& poly);
   std::uint32_t TagOf(std::uint32_t materialID);
   void PlanPieces(C3DBaseObject* object);
   void BeginPiece(C3DBaseObject* object, std::size_t piece);

@@ -601,3 +601,129 @@ TEST(LwoChunks, SecondThreadChunksReadAsInOrder) {
       ExpectSameLayers(*x, *y);
   }
 }
+
+namespace {
+
+std::unique_ptr<st_lwObject> LoadViews(const Bytes& b, bool views, LwLoadStatus& status) {
+  LwLoadOptions options;
+  options.polygonNormals = options.pointPolygons = options.vertexNormals = false;
+  options.polygonSpans = views;
+  return LoadLightwaveObject(b.data.data(), b.size(), options, &status);
+}
+
+// What a walk over the layer sees: type, surface and vertices of each polygon.
+std::vector<std::vector<std::uint32_t>> Walked(const st_lwLayer& layer) {
+  std::vector<std::vector<std::uint32_t>> out;
+  std::vector<std::uint32_t> types(layer.GetPolygonCount());
+  for (const LwPolygonRun& run : LwPolygonRuns(layer))
+    for (std::size_t p = run.first; p < run.end; ++p)
+      types[p] = run.type;
+  for (LwPolygonWalk walk(layer, 0); walk.Index() < layer.GetPolygonCount(); walk.Next()) {
+    std::vector<std::uint32_t> row{types[walk.Index()], walk.Surface()};
+    row.insert(row.end(), walk.Vertices(), walk.Vertices() + walk.Count());
+    out.push_back(std::move(row));
+  }
+  return out;
+}
+
+} // namespace
+
+TEST(LwoChunks, BytesLeftInTheFileReadAsDecoded) {
+  auto square = [](float z) { return Points({0, 0, z, 1, 0, z, 1, 1, z, 0, 1, z}); };
+  // Spans of several types, a line among them, untagged polygons, a second
+  // point chunk and a per-polygon map that force decoding in the second layer.
+  Bytes good;
+  good.chunk("TAGS", Bytes().s0("Red").s0("Blue"));
+  good.chunk("LAYR", Bytes().u2(0).u2(0).f4(0).f4(0).f4(0).s0("a"));
+  good.chunk("PNTS", square(0));
+  good.chunk("POLS", Bytes().id("FACE").u2(4).u2(0).u2(1).u2(2).u2(3).u2(2).u2(0).u2(2));
+  good.chunk("PTAG", Bytes().id("SURF").vx(1).u2(1).vx(0).u2(1));
+  good.chunk("POLS", Bytes().id("FACE").u2(3).u2(3).u2(2).u2(1));
+  good.chunk("POLS", Bytes().id("CURV").u2(3).u2(0).u2(1).u2(2));
+  good.chunk("POLS", Bytes().id("FACE"));
+  good.chunk("POLS", Bytes().id("PTCH").u2(0x0403).u2(1).u2(2).u2(3));
+  good.chunk("PTAG", Bytes().id("SURF").vx(0).u2(1));
+  good.chunk("LAYR", Bytes().u2(1).u2(0).f4(0).f4(0).f4(0).s0("b"));
+  good.chunk("PNTS", square(1));
+  good.chunk("POLS", Bytes().id("FACE").u2(3).u2(0).u2(1).u2(2));
+  good.chunk("PNTS", square(2));
+  good.chunk("POLS", Bytes().id("FACE").u2(3).u2(1).u2(2).u2(3));
+  good.chunk("VMAD", Bytes().id("TXUV").u2(2).s0("uv").vx(1).vx(0).f4(1).f4(1));
+  good.chunk("PTAG", Bytes().id("SURF").vx(0).u2(1));
+
+  std::vector<Bytes> files{Form("LWO2", good)};
+  for (const std::string& path : SampleFiles()) {
+    files.emplace_back();
+    files.back().data = ReadFileBytes(path);
+  }
+  for (const Bytes& file : files) {
+    LwLoadStatus s1, s2;
+    auto decoded = LoadViews(file, false, s1);
+    auto viewed = LoadViews(file, true, s2);
+    ASSERT_EQ(bool(decoded), bool(viewed));
+    if (!decoded)
+      continue;
+    ASSERT_EQ(decoded->layers.size(), viewed->layers.size());
+    EXPECT_EQ(decoded->surfaces.size(), viewed->surfaces.size());
+    for (std::size_t i = 0; i < decoded->layers.size(); ++i) {
+      const st_lwLayer& x = decoded->layers[i];
+      st_lwLayer& y = viewed->layers[i];
+      ASSERT_EQ(x.GetPointCount(), y.GetPointCount());
+      for (std::size_t p = 0; p < x.GetPointCount(); ++p) {
+        float a[3], b[3];
+        x.GetPoint(p, a);
+        y.GetPoint(p, b);
+        EXPECT_EQ(std::memcmp(a, b, sizeof a), 0);
+      }
+      EXPECT_EQ(Walked(x), Walked(y));
+      // A walk from inside a run, and the spans decoded after the fact.
+      if (y.GetPolygonCount() > 1) {
+        LwPolygonWalk walk(y, 1);
+        EXPECT_EQ(walk.Surface(), x.polygons[1].surface);
+        EXPECT_EQ(std::vector<std::uint32_t>(walk.Vertices(), walk.Vertices() + walk.Count()),
+                  PolygonVertices(x, 1));
+      }
+      y.DecodeSpans();
+      EXPECT_EQ(x.polygonVertices, y.polygonVertices);
+      ASSERT_EQ(x.polygons.size(), y.polygons.size());
+      for (std::size_t p = 0; p < x.polygons.size(); ++p)
+        EXPECT_TRUE(x.polygons[p].surface == y.polygons[p].surface &&
+                    x.polygons[p].type == y.polygons[p].type &&
+                    x.polygons[p].flags == y.polygons[p].flags);
+    }
+  }
+  LwLoadStatus status;
+  auto first = LoadViews(Form("LWO2", good), true, status);
+  ASSERT_TRUE(first) << status.detail;
+  ASSERT_EQ(first->layers.size(), 2u);
+  EXPECT_EQ(first->layers[0].polygonSpans.size(), 5u);
+  EXPECT_TRUE(first->layers[0].points.empty());
+  // The second layer's map names polygons and its points come in two chunks.
+  EXPECT_TRUE(first->layers[1].polygonSpans.empty());
+  EXPECT_EQ(first->layers[1].points.size(), 8u);
+
+  // Failures are the same, at the same byte.
+  const Bytes pts = Bytes().chunk("TAGS", Bytes().s0("Red")).chunk("PNTS", square(0));
+  for (const Bytes& body :
+       {Bytes().id("FACE").u2(3).u2(0).u2(1).u2(4), Bytes().id("FACE").u2(3).u2(0).u2(1),
+        Bytes().id("FACE").u2(2).u2(0).u1(0xFF), Bytes().id("FACE").u2(1).vx(0x00FFFFFF)}) {
+    Bytes file = Form("LWO2", Bytes().raw(pts).chunk("POLS", body));
+    LwLoadStatus a, b;
+    EXPECT_FALSE(LoadViews(file, false, a));
+    EXPECT_FALSE(LoadViews(file, true, b));
+    EXPECT_EQ(a.chunkId, b.chunkId);
+    EXPECT_EQ(a.position, b.position);
+    EXPECT_EQ(a.detail, b.detail);
+  }
+  for (const Bytes& ptag : {Bytes().id("SURF").vx(1).u2(0), Bytes().id("SURF").vx(0).u2(3)}) {
+    Bytes file = Form("LWO2", Bytes()
+                                  .raw(pts)
+                                  .chunk("POLS", Bytes().id("FACE").u2(3).u2(0).u2(1).u2(2))
+                                  .chunk("PTAG", ptag));
+    LwLoadStatus a, b;
+    EXPECT_FALSE(LoadViews(file, false, a));
+    EXPECT_FALSE(LoadViews(file, true, b));
+    EXPECT_EQ(a.position, b.position);
+    EXPECT_EQ(a.detail, b.detail);
+  }
+}

@@ -112,11 +112,82 @@ struct st_lwLayer {
   std::uint32_t pointBase = 0;
   std::uint32_t polygonBase = 0;
 
-  std::size_t GetPointCount() const { return points.size(); }
-  std::size_t GetPolygonCount() const { return polygons.size(); }
+  // Polygons left in the loaded bytes (a loader option for callers that walk
+  // them once): each POLS chunk as a checked view, decoded only as it is
+  // walked, so that `polygons` and `polygonVertices` stay empty. The bytes
+  // must outlive the layer.
+  struct PolygonSpan {
+    std::uint32_t type = lwid::FACE;
+    std::uint32_t first = 0, count = 0; // layer polygons [first, first + count)
+    std::uint32_t small = 0;            // polygons of fewer than 3 vertices
+    std::uint32_t pointBase = 0;
+    const std::uint8_t* begin = nullptr; // count word of the first polygon
+    const std::uint8_t* end = nullptr;
+  };
+  std::vector<PolygonSpan> polygonSpans;
+  std::size_t spanPolygons = 0;
+  std::uint64_t spanVertices = 0;
+  // With spans: each polygon's tag (kLwNone if untagged; missing at the end
+  // reads as untagged) until surfaces are resolved, its surface after.
+  std::vector<std::uint32_t> spanSurfaces;
+  bool spanSurfacesResolved = false;
+
+  // Points left in the loaded bytes (the same loader option): the layer's one
+  // "PNTS" chunk, 3 x F4 big-endian each; `points` then stays empty and no
+  // box is computed.
+  const std::uint8_t* pointBytes = nullptr;
+  std::size_t viewPoints = 0;
+
+  std::size_t GetPointCount() const { return pointBytes ? viewPoints : points.size(); }
+  void GetPoint(std::size_t i, float out[3]) const;
+  std::size_t GetPolygonCount() const {
+    return polygonSpans.empty() ? polygons.size() : spanPolygons;
+  }
+  std::uint32_t SurfaceOf(std::size_t polygon) const {
+    if (polygonSpans.empty())
+      return polygons[polygon].surface;
+    return polygon < spanSurfaces.size() ? spanSurfaces[polygon] : kLwNone;
+  }
   const std::uint32_t* Vertices(const st_lwPolygon& p) const {
     return polygonVertices.data() + p.firstVertex;
   }
+  // Decodes the spans into `polygons` and `polygonVertices`.
+  void DecodeSpans();
+};
+
+// One run of polygons of one type, [first, end) in layer order.
+struct LwPolygonRun {
+  std::uint32_t type;
+  std::size_t first, end;
+};
+std::vector<LwPolygonRun> LwPolygonRuns(const st_lwLayer& layer);
+
+// Walks a layer's polygons in order from a given one, whether they are
+// decoded or still spans of bytes.
+class LwPolygonWalk {
+public:
+  LwPolygonWalk(const st_lwLayer& layer, std::size_t first);
+  std::size_t Index() const { return index_; }
+  unsigned Count() const { return count_; }
+  std::uint32_t Surface() const { return layer_.SurfaceOf(index_); }
+  // Offset of the polygon's vertices in `polygonVertices` (decoded polygons only).
+  std::uint32_t FirstVertex() const { return firstVertex_; }
+  // Layer point indices in file order.
+  const std::uint32_t* Vertices();
+  void Next();
+
+private:
+  void Load();
+
+  const st_lwLayer& layer_;
+  std::size_t index_;
+  unsigned count_ = 0;
+  std::uint32_t firstVertex_ = 0;
+  // Span walking.
+  std::size_t span_ = 0;
+  const std::uint8_t* at_ = nullptr;   // the current polygon's count word
+  const std::uint8_t* next_ = nullptr; // past its vertices, once they are decoded
+  std::uint32_t buffer_[1024];
 };
 
 // One texture layer of a surface channel.

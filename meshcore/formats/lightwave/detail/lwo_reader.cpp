@@ -127,16 +127,23 @@ private:
 
   void ReadLayer(Span c, bool first);
   void ReadPoints(Span c);
-  void DecodePoints(st_lwLayer& layer, Span c, std::size_t old, std::size_t count);
+  void DecodePoints(st_lwLayer& layer, const std::uint8_t* p, std::size_t old, std::size_t count);
   void ReadBBox(Span c);
   void ReadPolygons(Span c);
+  // Whether points and polygons may stay in the bytes.
+  bool Views() const {
+    return options_.polygonSpans && !options_.polygonNormals && !options_.pointPolygons &&
+           !options_.vertexNormals;
+  }
+  bool SpansFor(const st_lwLayer& layer) const { return Views() && layer.polygons.empty(); }
+  void SpanPolygons(Span c, std::uint32_t type);
   void ReadPolygonTags(Span c);
   void ReadTags(Span c);
   void ReadVMap(Span c, bool perPolygon);
   void DecodeVMap(st_lwLayer& layer, Span c, bool perPolygon, const LayerCounts& counts);
   LayerCounts Counts() {
     st_lwLayer& layer = Layer();
-    return {points_, layer.polygons.size(), layer.pointBase, layer.polygonBase};
+    return {points_, layer.GetPolygonCount(), layer.pointBase, layer.polygonBase};
   }
 
   // The lane: large point and per-point map chunks depend on nothing but the
@@ -201,7 +208,7 @@ void Loader::Post(LaneJob job) {
     } catch (const std::system_error&) {
       // No second thread: decode here.
       if (job.id == lwid::PNTS)
-        DecodePoints(*job.layer, job.span, job.old, job.count);
+        DecodePoints(*job.layer, job.span.Pos(), job.old, job.count);
       else
         DecodeVMap(*job.layer, job.span, false, job.counts);
       return;
@@ -229,7 +236,7 @@ void Loader::LaneMain() {
     const LaneJob& job = *next;
     try {
       if (job.id == lwid::PNTS)
-        DecodePoints(*job.layer, job.span, job.old, job.count);
+        DecodePoints(*job.layer, job.span.Pos(), job.old, job.count);
       else
         DecodeVMap(*job.layer, job.span, false, job.counts);
     } catch (...) {
@@ -410,6 +417,7 @@ void Loader::ReadLwo2(std::size_t formEnd) {
       break;
     case lwid::VMAD:
       DrainLane();
+      Layer().DecodeSpans(); // its entries attach to polygon vertices
       ReadVMap(c, true);
       break;
     default:
@@ -449,7 +457,7 @@ void Loader::ReadLayer(Span c, bool first) {
   if (!first)
     object_->layers.emplace_back();
   st_lwLayer& layer = Layer();
-  points_ = layer.points.size();
+  points_ = layer.GetPointCount();
   layer.number = c.U2();
   layer.flags = c.U2();
   for (float& v : layer.pivot)
@@ -471,15 +479,26 @@ void Loader::ReadPoints(Span c) {
     c.Fail("more than 2^32 points in the layer");
   layer.pointBase = std::uint32_t(old);
   points_ = old + count;
+  if (Views() && old == 0) {
+    layer.pointBytes = c.Pos();
+    layer.viewPoints = count;
+    return;
+  }
+  if (layer.pointBytes) {
+    // A second chunk: the first is decoded after all.
+    DrainLane();
+    const std::uint8_t* first = std::exchange(layer.pointBytes, nullptr);
+    DecodePoints(layer, first, 0, std::exchange(layer.viewPoints, 0));
+  }
   if (LaneActive() || LaneFor(c))
     Post({lwid::PNTS, c, &layer, old, count, {}});
   else
-    DecodePoints(layer, c, old, count);
+    DecodePoints(layer, c.Pos(), old, count);
 }
 
-void Loader::DecodePoints(st_lwLayer& layer, Span c, std::size_t old, std::size_t count) {
+void Loader::DecodePoints(st_lwLayer& layer, const std::uint8_t* p, std::size_t old,
+                          std::size_t count) {
   layer.points.resize(old + count);
-  const std::uint8_t* p = c.Pos();
   st_lwPoint* out = layer.points.data() + old;
   // The box is kept up to date while the points are hot, unless the file gives one.
   const bool box = !layer.hasBBox && count > 0;
@@ -523,6 +542,10 @@ void Loader::ReadPolygons(Span c) {
   const std::uint64_t pointCount = points_;
   const std::uint32_t pointBase = layer.pointBase;
 
+  if (SpansFor(layer)) {
+    SpanPolygons(c, type);
+    return;
+  }
   // One pass that checks and decodes. Every vertex takes two bytes or more, so
   // the vertex room is reserved once; pages never written cost nothing.
   const std::size_t oldPolygons = layer.polygons.size();
@@ -562,6 +585,49 @@ void Loader::ReadPolygons(Span c) {
   layer.polygonBase = std::uint32_t(oldPolygons);
 }
 
+// The same checks as the decoding pass, the same failures, nothing stored
+// but the span.
+void Loader::SpanPolygons(Span c, std::uint32_t type) {
+  st_lwLayer& layer = Layer();
+  const std::uint8_t* begin = c.Pos();
+  const std::uint8_t* end = c.End();
+  const std::uint64_t pointCount = points_;
+  const std::uint32_t pointBase = layer.pointBase;
+  const std::size_t oldPolygons = layer.spanPolygons;
+  std::size_t count = 0, small = 0;
+  std::uint64_t vertices = layer.spanVertices;
+  for (const std::uint8_t* p = begin; p < end; ++count) {
+    if ((count & kPollMask) == 0)
+      PollAt(p);
+    if (end - p < 2)
+      c.FailAt(p, "polygon " + std::to_string(count) + " cut short");
+    const unsigned n = LoadU16BE(p) & 0x03FF;
+    p += 2;
+    small += n < 3;
+    vertices += n;
+    for (unsigned i = 0; i < n; ++i) {
+      if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
+        c.FailAt(p, "polygon " + std::to_string(count) + " cut short at vertex " +
+                        std::to_string(i) + " of " + std::to_string(n));
+      unsigned size;
+      const std::uint32_t v = LoadVX(p, size);
+      if (std::uint64_t(pointBase) + v >= pointCount)
+        c.FailAt(p, "polygon " + std::to_string(count) + " uses point " +
+                        std::to_string(std::uint64_t(pointBase) + v) + " of " +
+                        std::to_string(pointCount));
+      p += size;
+    }
+  }
+  if (oldPolygons + count > std::numeric_limits<std::uint32_t>::max() ||
+      vertices > std::numeric_limits<std::uint32_t>::max())
+    c.FailAt(begin, "more than 2^32 polygons or vertices in the layer");
+  layer.polygonSpans.push_back({type, std::uint32_t(oldPolygons), std::uint32_t(count),
+                                std::uint32_t(small), pointBase, begin, end});
+  layer.spanPolygons = oldPolygons + count;
+  layer.spanVertices = vertices;
+  layer.polygonBase = std::uint32_t(oldPolygons);
+}
+
 void Loader::ReadPolygonTags(Span c) {
   st_lwLayer& layer = Layer();
   std::uint32_t type = c.U4();
@@ -572,9 +638,11 @@ void Loader::ReadPolygonTags(Span c) {
     extra = &layer.smoothingGroups;
   else if (type != lwid::SURF)
     return;
+  const std::uint64_t count = layer.GetPolygonCount();
+  if (!extra && !layer.polygonSpans.empty())
+    extra = &layer.spanSurfaces;
   if (extra)
-    extra->resize(layer.polygons.size(), kLwNone);
-  const std::uint64_t count = layer.polygons.size();
+    extra->resize(std::size_t(count), kLwNone);
   for (std::size_t entry = 0; !c.Empty(); ++entry) {
     const std::uint8_t* at = c.Pos();
     if ((entry & kPollMask) == 0)
@@ -979,9 +1047,9 @@ void Loader::Finish() {
   for (auto& layer : object_->layers) {
     // Without a BBOX chunk the points were boxed as they were read.
     if (!layer.partTags.empty())
-      layer.partTags.resize(layer.polygons.size(), kLwNone);
+      layer.partTags.resize(layer.GetPolygonCount(), kLwNone);
     if (!layer.smoothingGroups.empty())
-      layer.smoothingGroups.resize(layer.polygons.size(), kLwNone);
+      layer.smoothingGroups.resize(layer.GetPolygonCount(), kLwNone);
     if (options_.polygonNormals || vertexNormals)
       LwComputePolygonNormals(layer);
     if (options_.pointPolygons || vertexNormals)
@@ -1027,6 +1095,7 @@ void LwComputeBoundingBox(st_lwLayer& layer) {
 }
 
 void LwComputePolygonNormals(st_lwLayer& layer) {
+  layer.DecodeSpans();
   layer.polygonNormals.assign(layer.polygons.size() * 3, 0.0f);
   for (std::size_t i = 0; i < layer.polygons.size(); ++i) {
     const auto& poly = layer.polygons[i];
@@ -1047,6 +1116,7 @@ void LwComputePolygonNormals(st_lwLayer& layer) {
 }
 
 void LwBuildPointPolygons(st_lwLayer& layer) {
+  layer.DecodeSpans();
   const std::size_t points = layer.points.size();
   layer.pointPolygonStart.assign(points + 1, 0);
   for (const auto& poly : layer.polygons) {
@@ -1068,6 +1138,7 @@ void LwBuildPointPolygons(st_lwLayer& layer) {
 }
 
 void LwComputeVertexNormals(st_lwLayer& layer, const std::vector<st_lwSurface>& surfaces) {
+  layer.DecodeSpans();
   // A point shared by very many polygons is smoothed over the first of them
   // only, so that a hostile file cannot make this quadratic.
   constexpr std::uint32_t kMaxNeighbours = 1024;
@@ -1125,30 +1196,42 @@ bool LwResolveSurfaces(st_lwObject& object) {
   };
   std::vector<std::uint32_t> tagSurface(object.tags.size(), kLwNone);
   std::uint32_t untagged = kLwNone;
-  for (auto& layer : object.layers)
-    for (auto& poly : layer.polygons) {
-      std::uint32_t tag = poly.tag;
-      if (tag == kLwNone && !object.tags.empty())
-        tag = 0;
-      if (tag == kLwNone) {
-        if (untagged == kLwNone)
-          untagged = surfaceFor("Default");
-        poly.surface = untagged;
-        continue;
-      }
-      if (tag >= object.tags.size())
-        return false;
-      if (tagSurface[tag] == kLwNone)
-        tagSurface[tag] = surfaceFor(object.tags[tag]);
-      poly.surface = tagSurface[tag];
+  auto resolve = [&](std::uint32_t tag, std::uint32_t& surface) {
+    if (tag == kLwNone && !object.tags.empty())
+      tag = 0;
+    if (tag == kLwNone) {
+      if (untagged == kLwNone)
+        untagged = surfaceFor("Default");
+      surface = untagged;
+      return true;
     }
+    if (tag >= object.tags.size())
+      return false;
+    if (tagSurface[tag] == kLwNone)
+      tagSurface[tag] = surfaceFor(object.tags[tag]);
+    surface = tagSurface[tag];
+    return true;
+  };
+  for (auto& layer : object.layers) {
+    for (auto& poly : layer.polygons)
+      if (!resolve(poly.tag, poly.surface))
+        return false;
+    if (!layer.polygonSpans.empty()) {
+      // Tags become surfaces in place.
+      layer.spanSurfaces.resize(layer.spanPolygons, kLwNone);
+      for (std::uint32_t& entry : layer.spanSurfaces)
+        if (!resolve(entry, entry))
+          return false;
+      layer.spanSurfacesResolved = true;
+    }
+  }
   return true;
 }
 
 void LwAttachVertexMaps(st_lwLayer& layer) {
   for (auto& map : layer.vmaps) {
     if (!map.perPolygon) {
-      map.attached.assign(layer.points.size(), -1);
+      map.attached.assign(layer.GetPointCount(), -1);
       for (std::size_t e = 0; e < map.points.size(); ++e)
         map.attached[map.points[e]] = std::int32_t(e);
       continue;

@@ -18,6 +18,11 @@ struct LwLoadOptions {
   bool polygonNormals = true;
   bool pointPolygons = true;
   bool vertexNormals = true; // implies the two above
+  // Leave the polygons in the bytes as checked spans (st_lwLayer::polygonSpans)
+  // for a caller that walks them once; the bytes must then outlive the
+  // object. Layers with per-polygon maps are decoded all the same, and so is
+  // everything when normals or point polygons are asked for.
+  bool polygonSpans = false;
   // Poll the thread's cancel flag (before every chunk and every few thousand
   // records inside one) and report progress; a cancel stops loading with failure.
   bool cancellable = false;
