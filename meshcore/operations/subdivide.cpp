@@ -399,6 +399,56 @@ bool CanDeriveEdges(const Level& L, int K) {
   return true;
 }
 
+// Sizes the arrays of the level a pass over nFaces faces of K corners makes
+// (bound points at most, newEdges edges), without writing them.
+template <int K>
+void SizeLevel(Level& L, std::size_t nFaces, std::size_t bound, std::size_t newEdges,
+               bool carryOrigin, bool derive) {
+  L.corners.resize(4 * nFaces * K);
+  L.wasBorder.resize(4 * nFaces);
+  L.pos.resize(bound);
+  L.flags.resize(bound);
+  if (carryOrigin)
+    L.origin.resize(bound);
+  if (!derive)
+    return;
+  L.faceEdge.resize(4 * nFaces * K);
+  L.edge.resize(newEdges);
+  L.nEdge.resize(bound);
+  L.sumEdge.resize(bound);
+  if (K == 4) {
+    L.nDiag.resize(bound);
+    L.sumDiag.resize(bound);
+    L.centre.resize(4 * nFaces);
+  }
+}
+
+// A block of memory to back before it is written.
+struct Block {
+  void* p;
+  std::size_t bytes;
+};
+template <class T> void AddBlock(std::vector<Block>& blocks, Array<T>& a) {
+  if (!a.empty())
+    blocks.push_back({a.data(), a.size() * sizeof(T)});
+}
+std::vector<Block> BlocksOf(Level& L) {
+  std::vector<Block> blocks;
+  AddBlock(blocks, L.corners);
+  AddBlock(blocks, L.pos);
+  AddBlock(blocks, L.flags);
+  AddBlock(blocks, L.origin);
+  AddBlock(blocks, L.wasBorder);
+  AddBlock(blocks, L.faceEdge);
+  AddBlock(blocks, L.edge);
+  AddBlock(blocks, L.nEdge);
+  AddBlock(blocks, L.nDiag);
+  AddBlock(blocks, L.sumEdge);
+  AddBlock(blocks, L.sumDiag);
+  AddBlock(blocks, L.centre);
+  return blocks;
+}
+
 // The records of the last pass, constructed chunk by chunk ahead of the pass
 // that fills them. Constructing them is mostly first touches of fresh pages,
 // which cost as much as the filling, so a second thread constructs chunks
@@ -413,7 +463,11 @@ public:
   // Records of about this many bytes make a chunk.
   static constexpr std::size_t kChunkBytes = std::size_t(1) << 20;
 
-  RecordFiller(C3DPointList& points, int nPoints, C3DFaceList& faces, int nFaces, bool helper)
+  // With a helper thread, the helper first backs the blocks of prefault (the
+  // largest level before the last, whose first touches would otherwise fall
+  // on the pass that makes it).
+  RecordFiller(C3DPointList& points, int nPoints, C3DFaceList& faces, int nFaces, bool helper,
+               std::vector<Block> prefault)
       : m_points(points), m_faces(faces), m_nPoints(nPoints), m_nFaces(nFaces) {
     m_pointBase = static_cast<unsigned char*>(points.AllocateUnconstructed(nPoints));
     m_faceBase = static_cast<unsigned char*>(faces.AllocateUnconstructed(nFaces));
@@ -427,7 +481,14 @@ public:
       m_state[static_cast<std::size_t>(c)].store(kFree, std::memory_order_relaxed);
     if (helper) {
       try {
-        m_thread = std::thread([this] {
+        m_thread = std::thread([this, blocks = std::move(prefault)] {
+          // Slice by slice across all blocks, as a pass fills them together.
+          constexpr std::size_t kSlices = 16;
+          for (std::size_t i = 0; i < kSlices && !m_stop.load(std::memory_order_relaxed); ++i)
+            for (const Block& b : blocks) {
+              const std::size_t from = b.bytes * i / kSlices, to = b.bytes * (i + 1) / kSlices;
+              PrefaultBlock(static_cast<unsigned char*>(b.p) + from, to - from);
+            }
           for (int c = m_chunks - 1; c >= 0 && !m_stop.load(std::memory_order_relaxed); --c)
             if (!Claim(c))
               break; // met the pass coming from the front
@@ -596,22 +657,15 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
   const bool carryOrigin = !in.origin.empty();
   if (nx) {
     nx->faces = static_cast<int>(4 * nFaces);
-    nx->corners.resize(4 * nFaces * K);
-    nx->wasBorder.resize(4 * nFaces);
-    nx->pos.resize(bound);
-    nx->flags.resize(bound);
-    if (carryOrigin)
-      nx->origin.resize(bound);
+    SizeLevel<K>(*nx, nFaces, bound, newEdges, carryOrigin, out.derive);
     if (out.derive) {
       nx->edges = static_cast<int>(newEdges);
-      nx->faceEdge.resize(4 * nFaces * K);
-      nx->edge.assign(newEdges, LevelEdge{0, 0, 0, 0, 0});
-      nx->nEdge.assign(bound, 0);
-      nx->sumEdge.assign(bound, V3{0, 0, 0});
+      std::fill(nx->edge.begin(), nx->edge.end(), LevelEdge{0, 0, 0, 0, 0});
+      std::fill(nx->nEdge.begin(), nx->nEdge.end(), 0);
+      std::fill(nx->sumEdge.begin(), nx->sumEdge.end(), V3{0, 0, 0});
       if (K == 4) {
-        nx->nDiag.assign(bound, 0);
-        nx->sumDiag.assign(bound, V3{0, 0, 0});
-        nx->centre.resize(4 * nFaces);
+        std::fill(nx->nDiag.begin(), nx->nDiag.end(), 0);
+        std::fill(nx->sumDiag.begin(), nx->sumDiag.end(), V3{0, 0, 0});
       }
     }
   } else if (out.filler && !out.filler->Fits(bound, 4 * nFaces)) {
@@ -875,27 +929,53 @@ template <int K> bool Passes(C3DBaseObject& object, int level, CCancelCheck& can
 
   auto newPoints = std::make_unique<C3DPointList>();
   auto newFaces = std::make_unique<C3DFaceList>();
+  Level prepared; // the level before the last, sized ahead
+  int preparedPass = 0;
   std::unique_ptr<RecordFiller> filler;
   if (derive) {
-    // The sizes of the last pass follow from the control mesh when the edges
-    // are derived: every point and edge of a level is used by its faces.
+    // The sizes of every pass follow from the control mesh when the edges are
+    // derived: every point and edge of a level is used by its faces.
     long long f = cur.faces, e = cur.edges, in = cur.points, u = used;
+    long long lastBound = 0, lastEdges = 0, lastFaces = 0;
     for (int p = 1;; ++p) {
       const long long points = u + e + (K == 4 ? f : 0);
       if (p == level || !PassFits(4 * f, points, K))
         break;
+      preparedPass = p;
+      lastFaces = f;
+      lastBound = in + e + (K == 4 ? f : 0);
+      lastEdges = 2 * e + K * f;
       e = 2 * e + K * f;
       f *= 4;
       in = u = points;
     }
-    const long long lastPoints = in + e + (K == 4 ? f : 0), lastFaces = 4 * f;
-    const long long bytes = lastPoints * static_cast<long long>(newPoints->GetRecordSize()) +
-                            lastFaces * static_cast<long long>(newFaces->GetRecordSize());
-    if (lastPoints <= INT_MAX && bytes >= RecordFiller::kFillerFrom)
-      filler = std::make_unique<RecordFiller>(*newPoints, static_cast<int>(lastPoints), *newFaces,
-                                              static_cast<int>(lastFaces),
-                                              std::thread::hardware_concurrency() > 1);
+    const long long finalPoints = in + e + (K == 4 ? f : 0), finalFaces = 4 * f;
+    const long long bytes = finalPoints * static_cast<long long>(newPoints->GetRecordSize()) +
+                            finalFaces * static_cast<long long>(newFaces->GetRecordSize());
+    if (finalPoints <= INT_MAX && bytes >= RecordFiller::kFillerFrom) {
+      const bool helper = std::thread::hardware_concurrency() > 1;
+      std::vector<Block> prefault;
+      if (helper && preparedPass > 0) {
+        SizeLevel<K>(prepared, static_cast<std::size_t>(lastFaces),
+                     static_cast<std::size_t>(lastBound), static_cast<std::size_t>(lastEdges),
+                     !cur.origin.empty(), true);
+        prefault = BlocksOf(prepared);
+      } else {
+        preparedPass = 0;
+      }
+      filler =
+          std::make_unique<RecordFiller>(*newPoints, static_cast<int>(finalPoints), *newFaces,
+                                         static_cast<int>(finalFaces), helper, std::move(prefault));
+    } else {
+      preparedPass = 0;
+    }
   }
+  // The helper may still be backing the prepared level: it stops first.
+  auto stop = [&filler] {
+    if (filler)
+      filler->Abandon();
+    return false;
+  };
   int passes = 0;
   for (int p = 1;; ++p) {
     const long long faces = 4LL * cur.faces;
@@ -907,18 +987,20 @@ template <int K> bool Passes(C3DBaseObject& object, int level, CCancelCheck& can
       out.faces = newFaces.get();
       out.filler = filler.get();
       if (!RunPass<K>(cur, ctl, out, cancel))
-        return false;
+        return stop();
       passes = p;
       break;
     }
     Level next;
+    if (p == preparedPass)
+      next = std::move(prepared);
     out.next = &next;
     out.derive = derive;
     if (!RunPass<K>(cur, ctl, out, cancel))
-      return false;
+      return stop();
     if (derive ? cancel.Advance(static_cast<std::uint64_t>(next.faces))
                : !SearchEdges(next, K, cancel))
-      return false;
+      return stop();
     cur = std::move(next);
     used = cur.points;
   }
