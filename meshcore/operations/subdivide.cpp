@@ -944,8 +944,7 @@ template <int K> bool Passes(C3DBaseObject& object, int level, CCancelCheck& can
       preparedPass = p;
       lastFaces = f;
       lastBound = in + e + (K == 4 ? f : 0);
-      lastEdges = 2 * e + K * f;
-      e = 2 * e + K * f;
+      lastEdges = e = 2 * e + K * f;
       f *= 4;
       in = u = points;
     }
