@@ -186,6 +186,18 @@ void CElementArray::FreeExtra() {
   }
 }
 
+void* CElementArray::AllocateUnconstructed(int n) {
+  if (n <= 0 || m_size != 0)
+    return nullptr;
+  if (m_capacity != n)
+    Reallocate(n);
+  return m_data;
+}
+
+void CElementArray::AdoptConstructed(int n) {
+  m_size = std::clamp(n, 0, m_capacity);
+}
+
 void CElementArray::ConstructElements(void* p, int n) {
   auto* rec = static_cast<unsigned char*>(p);
   int done = 0;

@@ -79,6 +79,13 @@ public:
   int Append(const CElementArray& other);
   void Copy(const CElementArray& other);
   void FreeExtra();
+  // For arrays too large to construct in one go: an empty array makes room
+  // for exactly n records and constructs none, so that the caller can
+  // construct ranges of them with ConstructElements (from more than one thread
+  // if it likes) and then declare the first n constructed with
+  // AdoptConstructed(n). Returns the block; null for n <= 0 or a non-empty array.
+  void* AllocateUnconstructed(int n);
+  void AdoptConstructed(int n);
 
   void MyConstructElements(void* p, int n);
   void MyDestructElements(void* p, int n);

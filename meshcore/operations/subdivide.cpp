@@ -12,10 +12,13 @@
 #include "meshcore/scene/object_creator.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -396,6 +399,205 @@ bool CanDeriveEdges(const Level& L, int K) {
   return true;
 }
 
+// Sizes the arrays of the level a pass over nFaces faces of K corners makes
+// (bound points at most, newEdges edges), without writing them.
+template <int K>
+void SizeLevel(Level& L, std::size_t nFaces, std::size_t bound, std::size_t newEdges,
+               bool carryOrigin, bool derive) {
+  L.corners.resize(4 * nFaces * K);
+  L.wasBorder.resize(4 * nFaces);
+  L.pos.resize(bound);
+  L.flags.resize(bound);
+  if (carryOrigin)
+    L.origin.resize(bound);
+  if (!derive)
+    return;
+  L.faceEdge.resize(4 * nFaces * K);
+  L.edge.resize(newEdges);
+  L.nEdge.resize(bound);
+  L.sumEdge.resize(bound);
+  if (K == 4) {
+    L.nDiag.resize(bound);
+    L.sumDiag.resize(bound);
+    L.centre.resize(4 * nFaces);
+  }
+}
+
+// A block of memory to back before it is written.
+struct Block {
+  void* p;
+  std::size_t bytes;
+};
+template <class T> void AddBlock(std::vector<Block>& blocks, Array<T>& a) {
+  if (!a.empty())
+    blocks.push_back({a.data(), a.size() * sizeof(T)});
+}
+std::vector<Block> BlocksOf(Level& L) {
+  std::vector<Block> blocks;
+  AddBlock(blocks, L.corners);
+  AddBlock(blocks, L.pos);
+  AddBlock(blocks, L.flags);
+  AddBlock(blocks, L.origin);
+  AddBlock(blocks, L.wasBorder);
+  AddBlock(blocks, L.faceEdge);
+  AddBlock(blocks, L.edge);
+  AddBlock(blocks, L.nEdge);
+  AddBlock(blocks, L.nDiag);
+  AddBlock(blocks, L.sumEdge);
+  AddBlock(blocks, L.sumDiag);
+  AddBlock(blocks, L.centre);
+  return blocks;
+}
+
+// The records of the last pass, constructed chunk by chunk ahead of the pass
+// that fills them. Constructing them is mostly first touches of fresh pages,
+// which cost as much as the filling, so a second thread constructs chunks
+// from the end backwards while the earlier passes run, and the last pass
+// constructs the chunks it reaches from the front itself: the two meet once,
+// and the pass waits at most for the one chunk the other thread is on. The
+// records are the same whichever thread constructs them.
+class RecordFiller {
+public:
+  // Lists smaller than this are constructed as they always were.
+  static constexpr long long kFillerFrom = 8LL << 20;
+  // Records of about this many bytes make a chunk.
+  static constexpr std::size_t kChunkBytes = std::size_t(1) << 20;
+
+  // With a helper thread, the helper first backs the blocks of prefault (the
+  // largest level before the last, whose first touches would otherwise fall
+  // on the pass that makes it).
+  RecordFiller(C3DPointList& points, int nPoints, C3DFaceList& faces, int nFaces, bool helper,
+               std::vector<Block> prefault)
+      : m_points(points), m_faces(faces), m_nPoints(nPoints), m_nFaces(nFaces) {
+    m_pointBase = static_cast<unsigned char*>(points.AllocateUnconstructed(nPoints));
+    m_faceBase = static_cast<unsigned char*>(faces.AllocateUnconstructed(nFaces));
+    if (!m_pointBase || !m_faceBase)
+      throw std::bad_alloc(); // new lists and positive counts: cannot happen
+    const std::size_t bytes = static_cast<std::size_t>(nPoints) * points.GetRecordSize() +
+                              static_cast<std::size_t>(nFaces) * faces.GetRecordSize();
+    m_chunks = static_cast<int>(std::max<std::size_t>(1, bytes / kChunkBytes));
+    m_state = std::make_unique<std::atomic<int>[]>(static_cast<std::size_t>(m_chunks));
+    for (int c = 0; c < m_chunks; ++c)
+      m_state[static_cast<std::size_t>(c)].store(kFree, std::memory_order_relaxed);
+    if (helper) {
+      try {
+        m_thread = std::thread([this, blocks = std::move(prefault)] {
+          // Slice by slice across all blocks, as a pass fills them together.
+          constexpr std::size_t kSlices = 16;
+          for (std::size_t i = 0; i < kSlices && !m_stop.load(std::memory_order_relaxed); ++i)
+            for (const Block& b : blocks) {
+              const std::size_t from = b.bytes * i / kSlices, to = b.bytes * (i + 1) / kSlices;
+              PrefaultBlock(static_cast<unsigned char*>(b.p) + from, to - from);
+            }
+          for (int c = m_chunks - 1; c >= 0 && !m_stop.load(std::memory_order_relaxed); --c)
+            if (!Claim(c))
+              break; // met the pass coming from the front
+        });
+      } catch (const std::system_error&) {
+        // No second thread: the last pass constructs every chunk itself.
+      }
+    }
+  }
+  RecordFiller(const RecordFiller&) = delete;
+  RecordFiller& operator=(const RecordFiller&) = delete;
+  ~RecordFiller() { Abandon(); }
+
+  // Unless finished, stops: the records constructed so far are destroyed and
+  // both lists are left empty (a cancel or an error).
+  void Abandon() {
+    if (m_finished)
+      return;
+    m_finished = true;
+    m_stop.store(true, std::memory_order_relaxed);
+    if (m_thread.joinable())
+      m_thread.join();
+    for (int c = 0; c < m_chunks; ++c)
+      if (m_state[static_cast<std::size_t>(c)].load(std::memory_order_relaxed) == kDone) {
+        m_points.DestructElements(PointAt(PointStart(c)), PointStart(c + 1) - PointStart(c));
+        m_faces.DestructElements(FaceAt(FaceStart(c)), FaceStart(c + 1) - FaceStart(c));
+      }
+  }
+
+  bool Fits(std::size_t points, std::size_t faces) const {
+    return points == static_cast<std::size_t>(m_nPoints) &&
+           faces == static_cast<std::size_t>(m_nFaces);
+  }
+  // Point i and face f may be written once these return.
+  void NeedPoint(int i) {
+    while (i >= m_pointsReady && m_have < m_chunks)
+      Next();
+  }
+  void NeedFace(int f) {
+    while (f >= m_facesReady && m_have < m_chunks)
+      Next();
+  }
+  // Every record constructed: the lists take them as their elements.
+  void Finish() {
+    while (m_have < m_chunks)
+      Next();
+    if (m_thread.joinable())
+      m_thread.join();
+    m_points.AdoptConstructed(m_nPoints);
+    m_faces.AdoptConstructed(m_nFaces);
+    m_finished = true;
+  }
+
+private:
+  enum : int { kFree, kClaimed, kDone };
+
+  int PointStart(int c) const {
+    return static_cast<int>(static_cast<long long>(m_nPoints) * c / m_chunks);
+  }
+  int FaceStart(int c) const {
+    return static_cast<int>(static_cast<long long>(m_nFaces) * c / m_chunks);
+  }
+  void* PointAt(int i) const {
+    return m_pointBase + static_cast<std::size_t>(i) * m_points.GetRecordSize();
+  }
+  void* FaceAt(int i) const {
+    return m_faceBase + static_cast<std::size_t>(i) * m_faces.GetRecordSize();
+  }
+  // Constructs chunk c unless the other thread has taken it.
+  bool Claim(int c) {
+    std::atomic<int>& state = m_state[static_cast<std::size_t>(c)];
+    int expected = kFree;
+    if (!state.compare_exchange_strong(expected, kClaimed, std::memory_order_relaxed))
+      return false;
+    m_points.ConstructElements(PointAt(PointStart(c)), PointStart(c + 1) - PointStart(c));
+    m_faces.ConstructElements(FaceAt(FaceStart(c)), FaceStart(c + 1) - FaceStart(c));
+    state.store(kDone, std::memory_order_release);
+    state.notify_one();
+    return true;
+  }
+  // The next chunk from the front, ready for this thread.
+  void Next() {
+    const int c = m_have;
+    if (!Claim(c)) {
+      std::atomic<int>& state = m_state[static_cast<std::size_t>(c)];
+      for (int s = state.load(std::memory_order_acquire); s != kDone;
+           s = state.load(std::memory_order_acquire))
+        state.wait(s, std::memory_order_acquire);
+    }
+    m_have = c + 1;
+    m_pointsReady = PointStart(m_have);
+    m_facesReady = FaceStart(m_have);
+  }
+
+  C3DPointList& m_points;
+  C3DFaceList& m_faces;
+  const int m_nPoints, m_nFaces;
+  unsigned char* m_pointBase = nullptr;
+  unsigned char* m_faceBase = nullptr;
+  int m_chunks = 1;
+  std::unique_ptr<std::atomic<int>[]> m_state; // per chunk
+  std::atomic<bool> m_stop{false};
+  std::thread m_thread;
+  // The pass's view: the first m_have chunks are ready, and with them the
+  // points below m_pointsReady and the faces below m_facesReady.
+  int m_have = 0, m_pointsReady = 0, m_facesReady = 0;
+  bool m_finished = false;
+};
+
 // Where a pass puts its result: the next level's flat arrays, or (the last
 // pass) new point and face records.
 struct Output {
@@ -403,6 +605,7 @@ struct Output {
   bool derive = false; // next's edge graph and sums are built along the way
   C3DPointList* points = nullptr;
   C3DFaceList* faces = nullptr;
+  RecordFiller* filler = nullptr; // when set, constructs the records of points and faces
   int levelIndex = 0; // of the pass's input: its face r comes from kept face r >> 2 * levelIndex
 };
 
@@ -454,25 +657,23 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
   const bool carryOrigin = !in.origin.empty();
   if (nx) {
     nx->faces = static_cast<int>(4 * nFaces);
-    nx->corners.resize(4 * nFaces * K);
-    nx->wasBorder.resize(4 * nFaces);
-    nx->pos.resize(bound);
-    nx->flags.resize(bound);
-    if (carryOrigin)
-      nx->origin.resize(bound);
+    SizeLevel<K>(*nx, nFaces, bound, newEdges, carryOrigin, out.derive);
     if (out.derive) {
       nx->edges = static_cast<int>(newEdges);
-      nx->faceEdge.resize(4 * nFaces * K);
-      nx->edge.assign(newEdges, LevelEdge{0, 0, 0, 0, 0});
-      nx->nEdge.assign(bound, 0);
-      nx->sumEdge.assign(bound, V3{0, 0, 0});
+      std::fill(nx->edge.begin(), nx->edge.end(), LevelEdge{0, 0, 0, 0, 0});
+      std::fill(nx->nEdge.begin(), nx->nEdge.end(), 0);
+      std::fill(nx->sumEdge.begin(), nx->sumEdge.end(), V3{0, 0, 0});
       if (K == 4) {
-        nx->nDiag.assign(bound, 0);
-        nx->sumDiag.assign(bound, V3{0, 0, 0});
-        nx->centre.resize(4 * nFaces);
+        std::fill(nx->nDiag.begin(), nx->nDiag.end(), 0);
+        std::fill(nx->sumDiag.begin(), nx->sumDiag.end(), V3{0, 0, 0});
       }
     }
-  } else {
+  } else if (out.filler && !out.filler->Fits(bound, 4 * nFaces)) {
+    out.filler->Abandon(); // not the planned last pass (cannot happen)
+    out.filler = nullptr;
+  }
+  RecordFiller* filler = nx ? nullptr : out.filler;
+  if (!nx && !filler) {
     out.points->SetSize(static_cast<int>(bound));
     out.faces->SetSize(static_cast<int>(4 * nFaces));
   }
@@ -490,6 +691,8 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
         nx->origin[to] = origin;
       return;
     }
+    if (filler)
+      filler->NeedPoint(static_cast<int>(to));
     C3DPoint& d = (*out.points)[static_cast<int>(to)];
     if (origin >= 0)
       d = (*ctl.points)[origin]; // custom data comes along
@@ -620,6 +823,8 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
       }
     } else {
       const std::size_t kept = r >> shift;
+      if (filler)
+        filler->NeedFace(static_cast<int>(f0 + 3));
       if (f0 + 64 < 4 * nFaces)
         for (int j = 0; j < 4; ++j)
           __builtin_prefetch(&(*out.faces)[static_cast<int>(f0 + 64) + j], 1);
@@ -648,6 +853,8 @@ template <int K> bool RunPass(Level& in, const Control& ctl, Output& out, CCance
     if (carryOrigin)
       nx->origin.resize(static_cast<std::size_t>(next));
   } else {
+    if (filler)
+      filler->Finish();
     out.points->SetSize(next);
   }
   return true;
@@ -722,6 +929,52 @@ template <int K> bool Passes(C3DBaseObject& object, int level, CCancelCheck& can
 
   auto newPoints = std::make_unique<C3DPointList>();
   auto newFaces = std::make_unique<C3DFaceList>();
+  Level prepared; // the level before the last, sized ahead
+  int preparedPass = 0;
+  std::unique_ptr<RecordFiller> filler;
+  if (derive) {
+    // The sizes of every pass follow from the control mesh when the edges are
+    // derived: every point and edge of a level is used by its faces.
+    long long f = cur.faces, e = cur.edges, in = cur.points, u = used;
+    long long lastBound = 0, lastEdges = 0, lastFaces = 0;
+    for (int p = 1;; ++p) {
+      const long long points = u + e + (K == 4 ? f : 0);
+      if (p == level || !PassFits(4 * f, points, K))
+        break;
+      preparedPass = p;
+      lastFaces = f;
+      lastBound = in + e + (K == 4 ? f : 0);
+      lastEdges = e = 2 * e + K * f;
+      f *= 4;
+      in = u = points;
+    }
+    const long long finalPoints = in + e + (K == 4 ? f : 0), finalFaces = 4 * f;
+    const long long bytes = finalPoints * static_cast<long long>(newPoints->GetRecordSize()) +
+                            finalFaces * static_cast<long long>(newFaces->GetRecordSize());
+    if (finalPoints <= INT_MAX && bytes >= RecordFiller::kFillerFrom) {
+      const bool helper = std::thread::hardware_concurrency() > 1;
+      std::vector<Block> prefault;
+      if (helper && preparedPass > 0) {
+        SizeLevel<K>(prepared, static_cast<std::size_t>(lastFaces),
+                     static_cast<std::size_t>(lastBound), static_cast<std::size_t>(lastEdges),
+                     !cur.origin.empty(), true);
+        prefault = BlocksOf(prepared);
+      } else {
+        preparedPass = 0;
+      }
+      filler =
+          std::make_unique<RecordFiller>(*newPoints, static_cast<int>(finalPoints), *newFaces,
+                                         static_cast<int>(finalFaces), helper, std::move(prefault));
+    } else {
+      preparedPass = 0;
+    }
+  }
+  // The helper may still be backing the prepared level: it stops first.
+  auto stop = [&filler] {
+    if (filler)
+      filler->Abandon();
+    return false;
+  };
   int passes = 0;
   for (int p = 1;; ++p) {
     const long long faces = 4LL * cur.faces;
@@ -731,19 +984,22 @@ template <int K> bool Passes(C3DBaseObject& object, int level, CCancelCheck& can
     if (p == level || !PassFits(faces, points, K)) {
       out.points = newPoints.get();
       out.faces = newFaces.get();
+      out.filler = filler.get();
       if (!RunPass<K>(cur, ctl, out, cancel))
-        return false;
+        return stop();
       passes = p;
       break;
     }
     Level next;
+    if (p == preparedPass)
+      next = std::move(prepared);
     out.next = &next;
     out.derive = derive;
     if (!RunPass<K>(cur, ctl, out, cancel))
-      return false;
+      return stop();
     if (derive ? cancel.Advance(static_cast<std::uint64_t>(next.faces))
                : !SearchEdges(next, K, cancel))
-      return false;
+      return stop();
     cur = std::move(next);
     used = cur.points;
   }

@@ -39,4 +39,17 @@ void AdviseLargeBlock([[maybe_unused]] void* p, [[maybe_unused]] std::size_t byt
 #endif
 }
 
+void PrefaultBlock([[maybe_unused]] void* p, [[maybe_unused]] std::size_t bytes) {
+#if defined(__linux__)
+  // Linux 5.14 and later; older kernels refuse the request, which is harmless.
+  constexpr int kPopulateWrite = 23; // MADV_POPULATE_WRITE
+  constexpr std::uintptr_t kPage = 4096;
+  const auto start = reinterpret_cast<std::uintptr_t>(p);
+  const std::uintptr_t b = (start + kPage - 1) & ~(kPage - 1);
+  const std::uintptr_t e = (start + bytes) & ~(kPage - 1);
+  if (p && e > b)
+    ::madvise(reinterpret_cast<void*>(b), e - b, kPopulateWrite);
+#endif
+}
+
 } // namespace meshcore

@@ -241,13 +241,13 @@ TEST(Subdivide, ExcludedFacesAndPerPointChannels) {
   EXPECT_EQ(tag, 7);
 }
 
-// Two passes in one call build the second pass's edges from the first pass's
-// instead of searching them again; they must give exactly what two calls of
-// one pass give, for meshes that allow it and for those that do not
-// (duplicated faces, a face repeating a corner, an edge of three faces).
-TEST(Subdivide, TwoPassesInOneCallEqualTwoCalls) {
-  auto bumpyGrid = [](bool triangles, bool dirty) {
-    const int n = 4;
+// Several passes in one call build each pass's edges from the pass before
+// instead of searching them again, and large results get their records made
+// ahead on a second thread; they must give exactly what calls of one pass
+// give, for meshes that allow it and for those that do not (duplicated faces,
+// a face repeating a corner, an edge of three faces).
+TEST(Subdivide, PassesInOneCallEqualOneCallPerPass) {
+  auto bumpyGrid = [](int n, bool triangles, bool dirty) {
     std::vector<P3> pts;
     for (int j = 0; j <= n; ++j)
       for (int i = 0; i <= n; ++i)
@@ -292,43 +292,45 @@ TEST(Subdivide, TwoPassesInOneCallEqualTwoCalls) {
     obj->AddChannel(test::MakeUVW(uv, faces));
     return obj;
   };
-  for (const bool triangles : {true, false})
-    for (const bool dirty : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "triangles " << triangles << ", dirty " << dirty);
-      auto once = bumpyGrid(triangles, dirty), twice = bumpyGrid(triangles, dirty);
-      if (triangles) {
-        Subdivide3(*once, 2);
-        Subdivide3(*twice, 1);
-        Subdivide3(*twice, 1);
-      } else {
-        Subdivide4(*once, 2);
-        Subdivide4(*twice, 1);
-        Subdivide4(*twice, 1);
-      }
-      const C3DPointList& p1 = *once->GetPointList();
-      const C3DPointList& p2 = *twice->GetPointList();
-      ASSERT_EQ(p1.GetSize(), p2.GetSize());
-      for (int i = 0; i < p1.GetSize(); ++i) {
-        ASSERT_EQ(test::At(*once, i), test::At(*twice, i)) << "point " << i;
-        ASSERT_EQ(p1[i].GetFlags(), p2[i].GetFlags()) << "point " << i;
-        ASSERT_EQ(p1[i].GetCustomData() != nullptr, p2[i].GetCustomData() != nullptr) << i;
-      }
-      const C3DFaceList& f1 = *once->GetFaceList();
-      const C3DFaceList& f2 = *twice->GetFaceList();
-      ASSERT_EQ(f1.GetSize(), f2.GetSize());
-      for (int f = 0; f < f1.GetSize(); ++f) {
-        ASSERT_EQ(test::Indices(f1[f]), test::Indices(f2[f])) << "face " << f;
-        ASSERT_EQ(f1[f].GetFlags(), f2[f].GetFlags()) << "face " << f;
-        ASSERT_EQ(f1[f].GetMaterialID(), f2[f].GetMaterialID()) << "face " << f;
-        ASSERT_EQ(f1[f].GetCustomData() != nullptr, f2[f].GetCustomData() != nullptr) << f;
-      }
-      const CChannel& uv1 = *once->GetChannels()->GetChannel(0);
-      const CChannel& uv2 = *twice->GetChannels()->GetChannel(0);
-      ASSERT_EQ(uv1.GetFaceList()->GetSize(), f1.GetSize());
-      ASSERT_EQ(uv1.GetPointList()->GetSize(), uv2.GetPointList()->GetSize());
-      for (int f = 0; f < f1.GetSize(); ++f)
-        ASSERT_EQ(test::Indices((*uv1.GetFaceList())[f]), test::Indices((*uv2.GetFaceList())[f]));
+  struct Case {
+    int n, level;
+    bool triangles, dirty;
+  };
+  // The 32 x 32 grids at level 4 make results of tens of megabytes.
+  const Case cases[] = {{4, 2, true, false}, {4, 2, true, true},   {4, 2, false, false},
+                        {4, 2, false, true}, {32, 4, true, false}, {32, 4, false, false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "n " << c.n << ", level " << c.level << ", triangles "
+                                    << c.triangles << ", dirty " << c.dirty);
+    const bool triangles = c.triangles;
+    auto once = bumpyGrid(c.n, triangles, c.dirty), twice = bumpyGrid(c.n, triangles, c.dirty);
+    for (int pass = 0; pass < c.level; ++pass)
+      (triangles ? Subdivide3 : Subdivide4)(*twice, 1);
+    (triangles ? Subdivide3 : Subdivide4)(*once, c.level);
+    const C3DPointList& p1 = *once->GetPointList();
+    const C3DPointList& p2 = *twice->GetPointList();
+    ASSERT_EQ(p1.GetSize(), p2.GetSize());
+    for (int i = 0; i < p1.GetSize(); ++i) {
+      ASSERT_EQ(test::At(*once, i), test::At(*twice, i)) << "point " << i;
+      ASSERT_EQ(p1[i].GetFlags(), p2[i].GetFlags()) << "point " << i;
+      ASSERT_EQ(p1[i].GetCustomData() != nullptr, p2[i].GetCustomData() != nullptr) << i;
     }
+    const C3DFaceList& f1 = *once->GetFaceList();
+    const C3DFaceList& f2 = *twice->GetFaceList();
+    ASSERT_EQ(f1.GetSize(), f2.GetSize());
+    for (int f = 0; f < f1.GetSize(); ++f) {
+      ASSERT_EQ(test::Indices(f1[f]), test::Indices(f2[f])) << "face " << f;
+      ASSERT_EQ(f1[f].GetFlags(), f2[f].GetFlags()) << "face " << f;
+      ASSERT_EQ(f1[f].GetMaterialID(), f2[f].GetMaterialID()) << "face " << f;
+      ASSERT_EQ(f1[f].GetCustomData() != nullptr, f2[f].GetCustomData() != nullptr) << f;
+    }
+    const CChannel& uv1 = *once->GetChannels()->GetChannel(0);
+    const CChannel& uv2 = *twice->GetChannels()->GetChannel(0);
+    ASSERT_EQ(uv1.GetFaceList()->GetSize(), f1.GetSize());
+    ASSERT_EQ(uv1.GetPointList()->GetSize(), uv2.GetPointList()->GetSize());
+    for (int f = 0; f < f1.GetSize(); ++f)
+      ASSERT_EQ(test::Indices((*uv1.GetFaceList())[f]), test::Indices((*uv2.GetFaceList())[f]));
+  }
 }
 
 TEST(PatchLevel, SetLevelKeepsTheControlMeshAndGoesBack) {
