@@ -33,7 +33,7 @@ void RefineRow(benchmark::State& state, bool triangles) {
   const int level = meshcore::bench::kSubdivideLevel;
   int faces = 0;
   for (auto _ : state) {
-    const double start = meshcore::bench::ThreadSeconds();
+    const double start = meshcore::bench::WallSeconds();
     using Factory = Far::TopologyRefinerFactory<Far::TopologyDescriptor>;
     Far::TopologyDescriptor desc;
     desc.numVertices = static_cast<int>(grid.xyz.size() / 3);
@@ -56,7 +56,7 @@ void RefineRow(benchmark::State& state, bool triangles) {
       src = dst;
     }
     benchmark::DoNotOptimize(src);
-    state.SetIterationTime(meshcore::bench::ThreadSeconds() - start);
+    state.SetIterationTime(meshcore::bench::WallSeconds() - start);
     faces = refiner->GetLevel(level).GetNumFaces();
   }
   state.counters["faces"] = faces;
