@@ -1,5 +1,7 @@
 #include "tools/render/png_reader.h"
 
+#include "tools/render/png_filter.h"
+
 #include "tools/render/checksum.h"
 #include "tools/render/inflater.h"
 
@@ -82,14 +84,6 @@ bool CheckHeader(const Header& h, std::string& error) {
   return true;
 }
 
-int Paeth(int a, int b, int c) {
-  const int p = a + b - c;
-  const int pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
-  if (pa <= pb && pa <= pc)
-    return a;
-  return pb <= pc ? b : c;
-}
-
 // Undoes the row filters in place; raw holds rows of 1 + rowSize bytes.
 bool Unfilter(std::vector<std::uint8_t>& raw, std::size_t rowSize, std::size_t rows, int bpp,
               std::string& error) {
@@ -98,31 +92,15 @@ bool Unfilter(std::vector<std::uint8_t>& raw, std::size_t rowSize, std::size_t r
     const int filter = row[0];
     ++row;
     const std::uint8_t* above = y ? row - (rowSize + 1) : nullptr;
+    if (filter > 4) {
+      error = "an unknown row filter";
+      return false;
+    }
     for (std::size_t i = 0; i < rowSize; ++i) {
       const int a = i >= std::size_t(bpp) ? row[i - bpp] : 0;
       const int b = above ? above[i] : 0;
       const int c = above && i >= std::size_t(bpp) ? above[i - bpp] : 0;
-      int predicted = 0;
-      switch (filter) {
-      case 0:
-        break;
-      case 1:
-        predicted = a;
-        break;
-      case 2:
-        predicted = b;
-        break;
-      case 3:
-        predicted = (a + b) / 2;
-        break;
-      case 4:
-        predicted = Paeth(a, b, c);
-        break;
-      default:
-        error = "an unknown row filter";
-        return false;
-      }
-      row[i] = static_cast<std::uint8_t>(row[i] + predicted);
+      row[i] = static_cast<std::uint8_t>(row[i] + PngPredict(filter, a, b, c));
     }
   }
   return true;

@@ -1,5 +1,7 @@
 #include "tools/render/png_writer.h"
 
+#include "tools/render/png_filter.h"
+
 #include "tools/render/checksum.h"
 #include "tools/render/deflater.h"
 
@@ -27,14 +29,6 @@ void PutChunk(std::vector<std::uint8_t>& out, const char* type, const std::uint8
   PutU32(out, Crc32(out.data() + start, size + 4));
 }
 
-int Paeth(int a, int b, int c) {
-  const int p = a + b - c;
-  const int pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
-  if (pa <= pb && pa <= pc)
-    return a;
-  return pb <= pc ? b : c;
-}
-
 // Filters row with each of the five filters and keeps the one whose bytes,
 // read as signed, sum smallest: the usual cheap guess at what compresses best.
 void FilterRow(const std::uint8_t* row, const std::uint8_t* above, std::size_t size, int bpp,
@@ -47,24 +41,7 @@ void FilterRow(const std::uint8_t* row, const std::uint8_t* above, std::size_t s
       const int a = i >= std::size_t(bpp) ? row[i - bpp] : 0;
       const int b = above ? above[i] : 0;
       const int c = above && i >= std::size_t(bpp) ? above[i - bpp] : 0;
-      int predicted = 0;
-      switch (filter) {
-      case 1:
-        predicted = a;
-        break;
-      case 2:
-        predicted = b;
-        break;
-      case 3:
-        predicted = (a + b) / 2;
-        break;
-      case 4:
-        predicted = Paeth(a, b, c);
-        break;
-      default:
-        break;
-      }
-      trial[i] = static_cast<std::uint8_t>(row[i] - predicted);
+      trial[i] = static_cast<std::uint8_t>(row[i] - PngPredict(filter, a, b, c));
       score += std::abs(static_cast<int>(static_cast<std::int8_t>(trial[i])));
     }
     if (bestScore < 0 || score < bestScore) {

@@ -865,8 +865,7 @@ CWavefrontIo::~CWavefrontIo() = default;
 C3DScene* CWavefrontIo::Read(const std::string& name, unsigned flags) {
   codec::CFileInput input;
   if (int result = input.Open(name); result != IO_FILE_OK) {
-    SetIoError(result,
-               result == IO_FILE_CANT_OPEN ? "cannot open the file" : "cannot read the file");
+    SetIoError(result, codec::CFileInput::FailureText(result));
     return nullptr;
   }
   ObjData parsed;
