@@ -8,8 +8,11 @@
 #include "meshcore/scene/base_object.h"
 #include "meshcore/scene/scene.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <system_error>
+#include <thread>
 
 namespace meshcore::tool {
 
@@ -44,38 +47,71 @@ std::string Point(const C3DPoint& p) {
   return "[" + Number(p.x) + ", " + Number(p.y) + ", " + Number(p.z) + "]";
 }
 
+// Folds points [begin, end) into the box lo..hi; world is null for identity.
+void FoldBox(const C3DPointList& points, int begin, int end, const C4x4Matrix* world, float lo[3],
+             float hi[3]) {
+  // Plain floats in registers: the loop runs over millions of points.
+  float l[3] = {lo[0], lo[1], lo[2]};
+  float h[3] = {hi[0], hi[1], hi[2]};
+  auto add = [&](const C3DPoint& p) {
+    l[0] = std::min(l[0], p.x);
+    l[1] = std::min(l[1], p.y);
+    l[2] = std::min(l[2], p.z);
+    h[0] = std::max(h[0], p.x);
+    h[1] = std::max(h[1], p.y);
+    h[2] = std::max(h[2], p.z);
+  };
+  if (!world)
+    for (int i = begin; i < end; ++i)
+      add(points[i]);
+  else
+    for (int i = begin; i < end; ++i)
+      add(points[i] * *world);
+  for (int k = 0; k < 3; ++k) {
+    lo[k] = l[k];
+    hi[k] = h[k];
+  }
+}
+
 // Adds the object's points, carried to world space by the node's matrices.
 void AddToBox(SceneStats& stats, const C3DSceneNode& node, const C3DBaseObject& object) {
   const C3DPointList* points = object.GetPointList();
   if (!points || points->GetSize() == 0)
     return;
-  C4x4Matrix world;
-  node.GetMatrix(NODE_MATRIX_TRANSFORM, world, 0);
-  const bool identity = world.IsIdentity();
+  C4x4Matrix matrix;
+  node.GetMatrix(NODE_MATRIX_TRANSFORM, matrix, 0);
+  const C4x4Matrix* world = matrix.IsIdentity() ? nullptr : &matrix;
   const int n = points->GetSize();
   int i = 0;
   if (!stats.hasBox) {
-    stats.boxMin = stats.boxMax = identity ? (*points)[0] : (*points)[0] * world;
+    stats.boxMin = stats.boxMax = world ? (*points)[0] * *world : (*points)[0];
     stats.hasBox = true;
     i = 1;
   }
-  // Plain floats in registers: the loop runs over millions of points.
   float lo[3] = {stats.boxMin.x, stats.boxMin.y, stats.boxMin.z};
   float hi[3] = {stats.boxMax.x, stats.boxMax.y, stats.boxMax.z};
-  auto add = [&](const C3DPoint& p) {
-    lo[0] = std::min(lo[0], p.x);
-    lo[1] = std::min(lo[1], p.y);
-    lo[2] = std::min(lo[2], p.z);
-    hi[0] = std::max(hi[0], p.x);
-    hi[1] = std::max(hi[1], p.y);
-    hi[2] = std::max(hi[2], p.z);
-  };
-  if (identity)
-    for (; i < n; ++i)
-      add((*points)[i]);
-  else
-    for (; i < n; ++i)
-      add((*points)[i] * world);
+  // A large object is boxed in two halves on two threads. Both start from the
+  // same box, so a point with a NaN coordinate is passed over exactly as in
+  // one pass; the halves' boxes then merge.
+  constexpr int kSplitFrom = 1 << 18;
+  const int mid = i + (n - i) / 2;
+  std::thread other;
+  float lo2[3] = {lo[0], lo[1], lo[2]}, hi2[3] = {hi[0], hi[1], hi[2]};
+  if (n - i >= kSplitFrom && std::thread::hardware_concurrency() != 1) {
+    try {
+      other = std::thread([&] { FoldBox(*points, mid, n, world, lo2, hi2); });
+    } catch (const std::system_error&) {
+      // no second thread: one pass below
+    }
+  }
+  FoldBox(*points, i, other.joinable() ? mid : n, world, lo, hi);
+  if (other.joinable()) {
+    other.join();
+    for (int k = 0; k < 3; ++k) {
+      lo[k] = std::min(lo[k], lo2[k]);
+      hi[k] = std::max(hi[k], hi2[k]);
+    }
+  }
   stats.boxMin = C3DPoint(lo[0], lo[1], lo[2]);
   stats.boxMax = C3DPoint(hi[0], hi[1], hi[2]);
 }

@@ -20,6 +20,7 @@
 #include "meshcore/mesh/uvw_channel.h"
 #include "meshcore/mesh/vc_channel.h"
 #include "meshcore/platform/cancel.h"
+#include "meshcore/platform/memory.h"
 #include "meshcore/scene/curve_3d.h"
 #include "meshcore/scene/group_3d.h"
 #include "meshcore/scene/material.h"
@@ -351,11 +352,11 @@ bool FillWholeUVWMap(const std::vector<NamedMaps>& maps,
   return true;
 }
 
-// Work on a second thread while the caller does its own share. Filling a
-// large run is mostly first touches of fresh pages, and those proceed in
-// parallel on two cores. The task cannot see the caller's cancel request
-// (that is kept per thread), so it watches `stop`, which is raised when the
-// caller leaves early; the destructor waits for the task in any case.
+// Work on a second thread while the caller does its own share. The task
+// cannot see the caller's cancel request (that is kept per thread), so it
+// watches `stop`, which is raised when the caller leaves early; the
+// destructor waits for the task in any case. Without a thread to be had the
+// task does not run at all: the caller's share then covers the work alone.
 class SideTask {
 public:
   template <class Fn> explicit SideTask(Fn fn) {
@@ -369,7 +370,6 @@ public:
     try {
       thread_ = std::thread(run);
     } catch (const std::system_error&) {
-      run(); // no thread to be had: do it here
     }
   }
   SideTask(const SideTask&) = delete;
@@ -393,34 +393,12 @@ private:
   std::thread thread_;
 };
 
-// The layer points of the run's faces in the order the faces first use them,
-// corners taken the way the mesh faces list them (reversed).
-void FirstUseOrder(const st_lwLayer& layer, std::size_t first, std::size_t end,
-                   std::vector<std::uint32_t>& order, const std::atomic<bool>& stop) {
-  std::vector<bool> seen(layer.GetPointCount(), false);
-  order.reserve(std::min(layer.GetPointCount(), (end - first) * 4));
-  for (LwPolygonWalk walk(layer, first); walk.Index() < end; walk.Next()) {
-    PollStop(walk.Index() - first, &stop);
-    if (walk.Count() < 3)
-      continue;
-    const std::uint32_t* v = walk.Vertices();
-    for (unsigned k = walk.Count(); k-- > 0;) {
-      const std::uint32_t lp = v[k];
-      if (!seen[lp]) {
-        seen[lp] = true;
-        order.push_back(lp);
-      }
-    }
-  }
-}
-
 // Mesh point i is layer point runPoints[i].
 void FillPoints(const st_lwLayer& layer, const std::vector<std::uint32_t>& runPoints,
-                C3DPointList& points, const std::atomic<bool>* stop) {
+                C3DPointList& points) {
   GrowInBlocks(
       int(runPoints.size()),
       [&](int begin, int end) {
-        PollStop(0, stop);
         C3DPoint* out = points.GetFirst();
         for (int i = begin; i < end; ++i) {
           float at[3];
@@ -432,6 +410,256 @@ void FillPoints(const st_lwLayer& layer, const std::vector<std::uint32_t>& runPo
       },
       &points);
 }
+
+// A large run filled by two threads. The caller walks the polygons, numbers
+// the points in the order the faces first use them and fills the mesh faces
+// (it alone may look up materials); the points, the texture points and the
+// texture faces follow in chunks that either thread claims as soon as the
+// numbering has reached them. Building these lists is mostly first touches of
+// fresh pages, which proceed in parallel on two cores, and no record waits for
+// a whole pass over the run. Every record depends only on the numbering, so
+// the lists come out the same whichever thread fills what.
+class RunPipeline {
+public:
+  static constexpr int kChunk = 8192; // records per chunk
+
+  // Room is made for every list at once; points and texture points for
+  // maxPoints, of which the run uses some (untouched room costs no memory).
+  RunPipeline(const st_lwLayer& layer, int faceCount, int maxPoints, C3DFaceList& faces,
+              C3DPointList& points, CUVWFaceList* uvwFaces, CUVWPointList* uvwPoints,
+              const st_lwVMap* uvwMap, std::vector<std::uint32_t>& order)
+      : layer_(layer), faceCount_(faceCount), faces_(faces), points_(points),
+        uvwFaces_(uvwFaces), uvwPoints_(uvwPoints), uvwMap_(uvwMap), order_(order),
+        faceChunks_((faceCount + kChunk - 1) / kChunk),
+        pointChunks_((maxPoints + kChunk - 1) / kChunk),
+        uvwFaceBuilt_(std::make_unique<char[]>(std::size_t(faceChunks_))),
+        pointBuilt_(std::make_unique<int[]>(std::size_t(pointChunks_))) {
+    order_.reserve(std::size_t(maxPoints));
+    orderData_ = order_.data();
+    if (!faces_.AllocateUnconstructed(faceCount) || !points_.AllocateUnconstructed(maxPoints) ||
+        (uvwFaces_ && !uvwFaces_->AllocateUnconstructed(faceCount)) ||
+        (uvwPoints_ && !uvwPoints_->AllocateUnconstructed(maxPoints)))
+      throw std::bad_alloc(); // fresh lists and positive counts: cannot happen
+  }
+  RunPipeline(const RunPipeline&) = delete;
+  RunPipeline& operator=(const RunPipeline&) = delete;
+  // Unless adopted, the records built so far are destroyed (a cancel or an
+  // error); both threads are done by then.
+  ~RunPipeline() {
+    if (adopted_)
+      return;
+    for (int c = 0; c < facesBuilt_; ++c)
+      faces_.DestructElements(faces_.GetFirst() + c * kChunk, ChunkSize(c, faceCount_));
+    for (int c = 0; c < faceChunks_; ++c)
+      if (uvwFaceBuilt_[std::size_t(c)])
+        uvwFaces_->DestructElements(uvwFaces_->GetFirst() + c * kChunk, ChunkSize(c, faceCount_));
+    for (int c = 0; c < pointChunks_; ++c)
+      if (const int n = pointBuilt_[std::size_t(c)]) {
+        points_.DestructElements(points_.GetFirst() + c * kChunk, n);
+        if (uvwPoints_)
+          uvwPoints_->DestructElements(uvwPoints_->GetFirst() + c * kChunk, n);
+      }
+  }
+
+  // The caller's share. number(begin, end, out) fills faces [begin, end) of
+  // out, appending each newly used layer point to the order; then the caller
+  // helps with what is left.
+  template <class Number> void RunMain(Number number) {
+    try {
+      for (int c = 0; c < faceChunks_; ++c) {
+        const int begin = c * kChunk, n = ChunkSize(c, faceCount_);
+        Construct(faces_, begin, n);
+        facesBuilt_ = c + 1;
+        number(begin, begin + n, faces_.GetFirst());
+        if (order_.data() != orderData_)
+          throw std::logic_error("point order outgrew its room"); // cannot happen
+        pointsNumbered_.store(int(order_.size()), std::memory_order_release);
+        facesNumbered_.store(c + 1, std::memory_order_release);
+        Wake();
+      }
+      pointCount_ = int(order_.size());
+      done_.store(true, std::memory_order_release);
+      Wake();
+      while (ClaimAny(nullptr)) {
+      }
+    } catch (...) {
+      // Wake the helper so that it stops rather than waits for chunks.
+      abandoned_.store(true, std::memory_order_relaxed);
+      Wake();
+      throw;
+    }
+  }
+
+  // The helper's share: chunks as they become ready, until none is left.
+  void RunHelper(const std::atomic<bool>& stop) {
+    for (;;) {
+      const int seen = progress_.load(std::memory_order_acquire);
+      if (stop.load(std::memory_order_relaxed) || abandoned_.load(std::memory_order_relaxed))
+        throw CancelledRead{};
+      if (ClaimAny(&stop))
+        continue;
+      if (done_.load(std::memory_order_acquire) && AllClaimed())
+        return;
+      // Sleeps rather than spins: on a busy machine spinning takes the core
+      // from the thread it waits for.
+      progress_.wait(seen, std::memory_order_acquire);
+    }
+  }
+
+  // Both shares done: the lists take their records.
+  void Adopt() {
+    faces_.AdoptConstructed(faceCount_);
+    points_.AdoptConstructed(pointCount_);
+    if (uvwFaces_)
+      uvwFaces_->AdoptConstructed(faceCount_);
+    if (uvwPoints_)
+      uvwPoints_->AdoptConstructed(pointCount_);
+    adopted_ = true;
+    // Room the run did not use goes back.
+    if (pointCount_ < points_.GetCapacity()) {
+      points_.FreeExtra();
+      if (uvwPoints_)
+        uvwPoints_->FreeExtra();
+    }
+  }
+
+private:
+  static int ChunkSize(int c, int total) { return std::min(kChunk, total - c * kChunk); }
+  // The chunk's pages are backed in one request first: much cheaper than
+  // taking their first-touch faults one by one, and small enough that the
+  // zeroed pages are still in cache when the records are written.
+  template <class List> static void Construct(List& list, int from, int n) {
+    auto* at = list.GetFirst() + from;
+    PrefaultBlock(at, sizeof(*at) * std::size_t(n));
+    list.ConstructElements(at, n);
+  }
+
+  void Wake() {
+    progress_.fetch_add(1, std::memory_order_release);
+    progress_.notify_one();
+  }
+  bool AllClaimed() const {
+    return nextPoints_.load(std::memory_order_relaxed) * kChunk >= pointCount_ &&
+           (!uvwFaces_ || nextUVWFaces_.load(std::memory_order_relaxed) >= faceChunks_);
+  }
+  // Claims and fills one ready chunk; false when none is ready.
+  bool ClaimAny(const std::atomic<bool>* stop) {
+    int c = 0;
+    if (ClaimPoints(c)) {
+      FillPoints(c, stop);
+      return true;
+    }
+    if (uvwFaces_ && ClaimUVWFaces(c)) {
+      FillUVWFaces(c, stop);
+      return true;
+    }
+    return false;
+  }
+  bool ClaimPoints(int& c) {
+    int next = nextPoints_.load(std::memory_order_relaxed);
+    for (;;) {
+      const bool done = done_.load(std::memory_order_acquire);
+      const int have = pointsNumbered_.load(std::memory_order_acquire);
+      const int begin = next * kChunk;
+      if (begin + kChunk > have && !(done && begin < have))
+        return false;
+      if (nextPoints_.compare_exchange_weak(next, next + 1, std::memory_order_relaxed)) {
+        c = next;
+        return true;
+      }
+    }
+  }
+  bool ClaimUVWFaces(int& c) {
+    int next = nextUVWFaces_.load(std::memory_order_relaxed);
+    for (;;) {
+      if (next >= facesNumbered_.load(std::memory_order_acquire))
+        return false;
+      if (nextUVWFaces_.compare_exchange_weak(next, next + 1, std::memory_order_relaxed)) {
+        c = next;
+        return true;
+      }
+    }
+  }
+  void FillPoints(int c, const std::atomic<bool>* stop) {
+    const int from = c * kChunk;
+    const int to = std::min(pointsNumbered_.load(std::memory_order_acquire), from + kChunk);
+    Construct(points_, from, to - from);
+    if (uvwPoints_) {
+      try {
+        Construct(*uvwPoints_, from, to - from);
+      } catch (...) {
+        points_.DestructElements(points_.GetFirst() + from, to - from);
+        throw;
+      }
+    }
+    pointBuilt_[std::size_t(c)] = to - from;
+    PollChunk(stop);
+    C3DPoint* out = points_.GetFirst();
+    for (int i = from; i < to; ++i) {
+      float at[3];
+      layer_.GetPoint(orderData_[i], at);
+      out[i].x = at[0];
+      out[i].y = at[1];
+      out[i].z = at[2];
+    }
+    if (!uvwPoints_)
+      return;
+    const std::uint32_t dimension = std::min<std::uint32_t>(uvwMap_->dimension, 3);
+    CUVWPoint* uv = uvwPoints_->GetFirst();
+    for (int i = from; i < to; ++i) {
+      const float* src = uvwMap_->Value(std::size_t(uvwMap_->attached[orderData_[i]]));
+      float v[3] = {0, 0, 0};
+      for (std::uint32_t k = 0; k < dimension; ++k)
+        v[k] = src[k];
+      uv[i].SetUV(v[0], -v[1], v[2]); // Lightwave's v runs the other way
+    }
+  }
+  // Texture faces repeat the mesh faces.
+  void FillUVWFaces(int c, const std::atomic<bool>* stop) {
+    const int from = c * kChunk, to = from + ChunkSize(c, faceCount_);
+    Construct(*uvwFaces_, from, to - from);
+    uvwFaceBuilt_[std::size_t(c)] = 1;
+    PollChunk(stop);
+    const C3DFace* in = faces_.GetFirst();
+    CUVWFace* out = uvwFaces_->GetFirst();
+    for (int f = from; f < to; ++f) {
+      const int n = in[f].GetSize();
+      out[f].SetSize(n);
+      std::memcpy(out[f].GetData(), in[f].GetData(), sizeof(int) * std::size_t(n));
+    }
+  }
+  static void PollChunk(const std::atomic<bool>* stop) {
+    if (stop)
+      PollStop(0, stop);
+    else
+      PollRead(0);
+  }
+
+  const st_lwLayer& layer_;
+  const int faceCount_;
+  C3DFaceList& faces_;
+  C3DPointList& points_;
+  CUVWFaceList* uvwFaces_;
+  CUVWPointList* uvwPoints_;
+  const st_lwVMap* uvwMap_;
+  std::vector<std::uint32_t>& order_;
+  const std::uint32_t* orderData_ = nullptr; // never moves: room for every point is made first
+  const int faceChunks_;
+  const int pointChunks_;
+  int pointCount_ = 0; // set when the numbering is done
+  int facesBuilt_ = 0; // chunks of mesh faces constructed (the caller's)
+  std::atomic<int> facesNumbered_{0};  // chunks of mesh faces filled
+  std::atomic<int> pointsNumbered_{0}; // points numbered so far
+  std::atomic<bool> done_{false};      // the numbering is done: pointCount_ is final
+  std::atomic<bool> abandoned_{false};
+  std::atomic<int> progress_{0}; // bumped at each of the above
+  std::atomic<int> nextPoints_{0};
+  std::atomic<int> nextUVWFaces_{0};
+  // Each entry written by the thread that builds the chunk, read once both are done.
+  std::unique_ptr<char[]> uvwFaceBuilt_;
+  std::unique_ptr<int[]> pointBuilt_; // records constructed in each chunk
+  bool adopted_ = false;
+};
 
 } // namespace
 
@@ -448,6 +676,7 @@ void CLightwaveIo::ResetReadState() {
   m_materialNames.clear();
   m_layerGroups.clear();
   m_pointRemap.clear();
+  m_runPoints.clear();
   m_activeLayer = nullptr;
   m_wholeUVWMap = nullptr;
 }
@@ -539,6 +768,7 @@ C3DScene* CLightwaveIo::BuildScene(unsigned flags) {
 void CLightwaveIo::ConvertLayer(const st_lwLayer& layer) {
   m_activeLayer = &layer;
   m_pointRemap.assign(layer.GetPointCount(), -1);
+  m_runPoints.clear();
   // Once per layer: a layer may hold many runs.
   m_wholeUVWMap = WholeLayerUVWMap(layer);
   for (const LwPolygonRun& run : LwPolygonRuns(layer)) {
@@ -571,6 +801,11 @@ void CLightwaveIo::ConvertCurve(const st_lwLayer& layer, LwPolygonWalk& poly) {
 }
 
 void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::size_t end) {
+  // The points of the layer's run before this one become unused again; after
+  // the last run the whole table goes.
+  for (std::uint32_t lp : m_runPoints)
+    m_pointRemap[lp] = -1;
+  m_runPoints.clear();
   // Faces and the distinct surfaces (first-use order) in one pass over the run.
   std::size_t faceCount = 0;
   const std::size_t surfaceCount = m_surfaceMaterial.size();
@@ -615,67 +850,71 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
     uvw = std::make_unique<CUVWChannel>();
     uvwFaces = uvw->GetUVWFaceList();
   }
-  // Object point -> layer point. The mesh points (and the texture points of
-  // the usual map) need only this order, not the faces: a large run fills
-  // them on a second thread while this one fills the faces.
+  // Object point -> layer point.
   std::vector<std::uint32_t> order;
-  auto fillPoints = [&](const std::vector<std::uint32_t>& runPoints,
-                        const std::atomic<bool>* stop) {
-    FillPoints(layer, runPoints, *points, stop);
-    if (uvw)
-      FillUVWPoints(*wholeMap, runPoints, *uvw->GetUVWPointList(), stop);
-  };
-  std::optional<SideTask> side;
-  if (faceCount >= m_parallelFaces && std::thread::hardware_concurrency() != 1)
-    side.emplace([&](const std::atomic<bool>& stop) {
-      FirstUseOrder(layer, first, end, order, stop);
-      fillPoints(order, &stop);
-    });
-  else
-    order.reserve(std::min(layer.GetPointCount(), (end - first) * 4));
   std::int32_t used = 0; // points numbered so far
   LwPolygonWalk walk(layer, first);
-  GrowInBlocks(
-      int(faceCount),
-      [&](int begin, int blockEnd) {
-        C3DFace* out = faces->GetFirst();
-        for (int f = begin; f < blockEnd; walk.Next()) {
-          PollRead(walk.Index() - first);
-          const unsigned n = walk.Count();
-          if (n < 3)
-            continue;
-          C3DFace& face = out[f];
-          face.SetSize(int(n));
-          int* idx = face.GetData();
-          const std::uint32_t* v = walk.Vertices();
-          for (unsigned k = 0; k < n; ++k) {
-            std::uint32_t lp = v[n - 1 - k];
-            std::int32_t& mapped = m_pointRemap[lp];
-            if (mapped < 0) {
-              mapped = used++;
-              if (!side)
-                order.push_back(lp);
-            }
-            idx[k] = mapped;
-          }
-          // Surfaces already converted are looked up without the call.
-          const std::uint32_t s = walk.Surface();
-          face.SetMaterialID(s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0
-                                 ? unsigned(m_surfaceMaterial[s])
-                                 : GetMaterial(object.get(), s));
-          if (uvwFaces) {
-            CUVWFace& to = uvwFaces->GetFirst()[f];
-            to.SetSize(int(n));
-            std::memcpy(to.GetData(), idx, sizeof(int) * n);
-          }
-          ++f;
+  // Numbers and fills faces [begin, blockEnd) of out.
+  auto number = [&](int begin, int blockEnd, C3DFace* out) {
+    for (int f = begin; f < blockEnd; walk.Next()) {
+      PollRead(walk.Index() - first);
+      const unsigned n = walk.Count();
+      if (n < 3)
+        continue;
+      C3DFace& face = out[f];
+      face.SetSize(int(n));
+      int* idx = face.GetData();
+      const std::uint32_t* v = walk.Vertices();
+      for (unsigned k = 0; k < n; ++k) {
+        std::uint32_t lp = v[n - 1 - k];
+        std::int32_t& mapped = m_pointRemap[lp];
+        if (mapped < 0) {
+          mapped = used++;
+          order.push_back(lp);
         }
-      },
-      faces.get(), uvwFaces);
-  if (side)
+        idx[k] = mapped;
+      }
+      // Surfaces already converted are looked up without the call.
+      const std::uint32_t s = walk.Surface();
+      face.SetMaterialID(s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0
+                             ? unsigned(m_surfaceMaterial[s])
+                             : GetMaterial(object.get(), s));
+      ++f;
+    }
+  };
+  const std::size_t maxPoints = layer.GetPointCount();
+  std::optional<RunPipeline> pipeline;
+  std::optional<SideTask> side;
+  if (faceCount >= m_parallelFaces && maxPoints <= std::size_t(INT_MAX) &&
+      std::thread::hardware_concurrency() != 1) {
+    pipeline.emplace(layer, int(faceCount), int(maxPoints), *faces, *points, uvwFaces,
+                     uvw ? uvw->GetUVWPointList() : nullptr, wholeMap, order);
+    side.emplace([&](const std::atomic<bool>& stop) { pipeline->RunHelper(stop); });
+    pipeline->RunMain(number);
     side->Join();
-  else
-    fillPoints(order, nullptr);
+    pipeline->Adopt();
+  } else {
+    order.reserve(std::min(maxPoints, (end - first) * 4));
+    GrowInBlocks(
+        int(faceCount),
+        [&](int begin, int blockEnd) {
+          number(begin, blockEnd, faces->GetFirst());
+          if (uvwFaces) {
+            // Texture faces repeat the mesh faces.
+            const C3DFace* in = faces->GetFirst();
+            CUVWFace* out = uvwFaces->GetFirst();
+            for (int f = begin; f < blockEnd; ++f) {
+              out[f].SetSize(in[f].GetSize());
+              std::memcpy(out[f].GetData(), in[f].GetData(),
+                          sizeof(int) * std::size_t(in[f].GetSize()));
+            }
+          }
+        },
+        faces.get(), uvwFaces);
+    FillPoints(layer, order, *points);
+    if (uvw)
+      FillUVWPoints(*wholeMap, order, *uvw->GetUVWPointList());
+  }
   m_runPoints = std::move(order);
   object->SetPointList(points.release());
   object->SetFaceList(faces.release());
@@ -685,9 +924,6 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
     CreateUVWChannel(object.get(), layer, first, end, int(faceCount));
   }
   CreateVCChannel(object.get(), layer, first, end, int(faceCount));
-  for (std::uint32_t lp : m_runPoints)
-    m_pointRemap[lp] = -1;
-  m_runPoints.clear();
   CreateNode(m_scene, object.release(), layer);
 }
 

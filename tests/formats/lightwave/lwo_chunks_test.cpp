@@ -727,3 +727,68 @@ TEST(LwoChunks, BytesLeftInTheFileReadAsDecoded) {
     EXPECT_EQ(a.detail, b.detail);
   }
 }
+
+TEST(LwoChunks, IndexWidthsReadAlikeOnEveryPath) {
+  // Past 65280 points indices take four bytes; polygons, tags and maps whose
+  // indices all share one width are read at a fixed stride, the rest one by
+  // one. Long, mixed and short polygons, enough tags for both, a map read
+  // before a second point chunk adds points to its layer.
+  constexpr std::uint32_t kPoints = 65290;
+  Bytes pts;
+  for (std::uint32_t i = 0; i < kPoints; ++i)
+    pts.f4(float(i)).f4(0).f4(0);
+  Bytes pols = Bytes().id("FACE");
+  pols.u2(4).vx(65280).vx(65281).vx(65289).vx(65283);
+  pols.u2(3).vx(65284).vx(65286).vx(7);
+  pols.u2(3).vx(0).vx(65285).vx(1);
+  pols.u2(3).vx(0).vx(1).vx(2);
+  Bytes ptag = Bytes().id("SURF");
+  for (std::uint32_t p = 0; p < 4; ++p)
+    ptag.vx(p).u2(std::uint16_t(p % 2));
+  Bytes c;
+  c.chunk("TAGS", Bytes().s0("Red").s0("Blue"));
+  c.chunk("PNTS", pts);
+  c.chunk("VMAP", Bytes().id("TXUV").u2(2).s0("uv").vx(65288).f4(1).f4(2).vx(3).f4(3).f4(4));
+  c.chunk("POLS", pols);
+  c.chunk("PTAG", ptag);
+  c.chunk("PNTS", Points({1, 1, 1}));
+
+  LwLoadStatus s1, s2;
+  auto decoded = LoadViews(Form("LWO2", c), false, s1);
+  auto viewed = LoadViews(Form("LWO2", c), true, s2);
+  ASSERT_TRUE(decoded && viewed) << s1.detail << s2.detail;
+  const st_lwLayer& layer = viewed->layers[0];
+  const auto walked = Walked(layer);
+  EXPECT_EQ(walked, Walked(decoded->layers[0]));
+  ASSERT_EQ(walked.size(), 4u);
+  EXPECT_EQ(walked[0], (std::vector<std::uint32_t>{lwid::FACE, 0, 65280, 65281, 65289, 65283}));
+  EXPECT_EQ(walked[1], (std::vector<std::uint32_t>{lwid::FACE, 1, 65284, 65286, 7}));
+  EXPECT_EQ(walked[2], (std::vector<std::uint32_t>{lwid::FACE, 0, 0, 65285, 1}));
+  // The map is attached over every point of the layer, the late one included.
+  ASSERT_EQ(layer.vmaps.size(), 1u);
+  const auto& attached = layer.vmaps[0].attached;
+  ASSERT_EQ(attached.size(), kPoints + 1);
+  EXPECT_EQ(attached[65288], 0);
+  EXPECT_EQ(attached[3], 1);
+  EXPECT_EQ(std::count(attached.begin(), attached.end(), -1), std::ptrdiff_t(kPoints - 1));
+
+  // An index out of range among uniform ones, and a tag naming a missing
+  // polygon among good ones: the same failure, at the same byte, as when
+  // every index is read one by one.
+  Bytes badPols = Bytes().id("FACE");
+  badPols.u2(3).vx(65280).vx(kPoints + 1).vx(65281);
+  Bytes badTags = Bytes().id("SURF").vx(0).u2(0).vx(0).u2(0).vx(0x12345).u2(0).vx(0).u2(0);
+  Bytes shortPols = Bytes().id("FACE").u2(3).vx(65280).vx(65281).vx(65282);
+  const std::pair<Bytes, const char*> cases[] = {
+      {Bytes().chunk("POLS", badPols), "uses point 65291"},
+      {Bytes().chunk("POLS", shortPols).chunk("PTAG", badTags), "polygon 74565 of 1"}};
+  for (const auto& [tail, expected] : cases) {
+    Bytes file = Form("LWO2", Bytes().chunk("PNTS", pts).raw(tail));
+    LwLoadStatus a, b;
+    EXPECT_FALSE(LoadViews(file, false, a));
+    EXPECT_FALSE(LoadViews(file, true, b));
+    EXPECT_EQ(a.position, b.position);
+    EXPECT_EQ(a.detail, b.detail);
+    EXPECT_NE(a.detail.find(expected), std::string::npos) << a.detail;
+  }
+}

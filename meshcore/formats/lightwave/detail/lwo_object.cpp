@@ -1,6 +1,7 @@
 #include "meshcore/formats/lightwave/detail/lwo_object.h"
 
 #include "meshcore/formats/common/detail/binary_cursor.h"
+#include "meshcore/formats/lightwave/detail/lwo_vx.h"
 
 namespace meshcore {
 
@@ -139,6 +140,7 @@ void LwPolygonWalk::Load() {
     ++span_;
     at_ = layer_.polygonSpans[span_].begin;
   }
+  LwFetchAhead(at_);
   count_ = codec::LoadU16BE(at_) & 0x03FF;
   next_ = nullptr;
 }
@@ -148,10 +150,16 @@ const std::uint32_t* LwPolygonWalk::Vertices() {
     return layer_.polygonVertices.data() + firstVertex_;
   if (!next_) {
     const std::uint8_t* p = at_ + 2;
-    const std::uint32_t base = layer_.polygonSpans[span_].pointBase;
-    for (unsigned k = 0; k < count_; ++k)
-      buffer_[k] = base + TakeVX(p);
-    next_ = p;
+    const auto& span = layer_.polygonSpans[span_];
+    std::uint32_t most;
+    if (LwUniformVX(p, span.end, count_, buffer_, most, next_)) {
+      for (unsigned k = 0; k < count_; ++k)
+        buffer_[k] += span.pointBase;
+    } else {
+      for (unsigned k = 0; k < count_; ++k)
+        buffer_[k] = span.pointBase + TakeVX(p);
+      next_ = p;
+    }
   }
   return buffer_;
 }
@@ -162,8 +170,13 @@ void LwPolygonWalk::Next() {
       at_ = next_;
     } else {
       at_ += 2;
-      for (unsigned k = 0; k < count_; ++k)
-        at_ += at_[0] == 0xFF ? 4 : 2;
+      std::uint32_t most;
+      const std::uint8_t* next;
+      if (LwUniformVX(at_, layer_.polygonSpans[span_].end, count_, nullptr, most, next))
+        at_ = next;
+      else
+        for (unsigned k = 0; k < count_; ++k)
+          at_ += at_[0] == 0xFF ? 4 : 2;
     }
   }
   ++index_;

@@ -1,4 +1,5 @@
 #include "meshcore/formats/lightwave/detail/lwo_reader.h"
+#include "meshcore/formats/lightwave/detail/lwo_vx.h"
 
 #include "meshcore/formats/common/detail/binary_cursor.h"
 #include "meshcore/formats/common/detail/chunk_walker.h"
@@ -559,6 +560,7 @@ void Loader::ReadPolygons(Span c) {
       PollAt(p);
     if (end - p < 2)
       c.FailAt(p, "polygon " + std::to_string(layer.polygons.size() - oldPolygons) + " cut short");
+    LwFetchAhead(p);
     const std::uint16_t word = LoadU16BE(p);
     p += 2;
     const unsigned n = word & 0x03FF;
@@ -601,10 +603,21 @@ void Loader::SpanPolygons(Span c, std::uint32_t type) {
       PollAt(p);
     if (end - p < 2)
       c.FailAt(p, "polygon " + std::to_string(count) + " cut short");
+    LwFetchAhead(p);
     const unsigned n = LoadU16BE(p) & 0x03FF;
     p += 2;
     small += n < 3;
     vertices += n;
+    // Indices of one width need only the largest checked; anything else
+    // (mixed widths, short room, an index out of range) goes through the
+    // checking loop, which names the failure.
+    std::uint32_t most;
+    const std::uint8_t* next;
+    if (LwUniformVX(p, end, n, nullptr, most, next) &&
+        std::uint64_t(pointBase) + most < pointCount) {
+      p = next;
+      continue;
+    }
     for (unsigned i = 0; i < n; ++i) {
       if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
         c.FailAt(p, "polygon " + std::to_string(count) + " cut short at vertex " +
@@ -643,7 +656,31 @@ void Loader::ReadPolygonTags(Span c) {
     extra = &layer.spanSurfaces;
   if (extra)
     extra->resize(std::size_t(count), kLwNone);
-  for (std::size_t entry = 0; !c.Empty(); ++entry) {
+  std::size_t entry = 0;
+  {
+    // Entries with room for the longest encoding (VX of 4 bytes, U2) need no
+    // check per byte; the last few go through the checking loop below.
+    const std::uint8_t* p = c.Pos();
+    const std::uint8_t* const end = c.End();
+    std::uint32_t* const surfaces = extra ? extra->data() : nullptr;
+    for (; end - p >= 6; ++entry) {
+      if ((entry & kPollMask) == 0)
+        PollAt(p);
+      LwFetchAhead(p);
+      unsigned size;
+      const std::uint64_t poly = std::uint64_t(layer.polygonBase) + LoadVX(p, size);
+      if (poly >= count)
+        break; // the checking loop reports it
+      const std::uint16_t tag = LoadU16BE(p + size);
+      if (surfaces)
+        surfaces[poly] = tag;
+      else
+        layer.polygons[poly].tag = tag;
+      p += size + 2;
+    }
+    c.Skip(std::size_t(p - c.Pos()));
+  }
+  for (; !c.Empty(); ++entry) {
     const std::uint8_t* at = c.Pos();
     if ((entry & kPollMask) == 0)
       PollAt(at);
@@ -691,10 +728,15 @@ void Loader::DecodeVMap(st_lwLayer& layer, Span c, bool perPolygon, const LayerC
   if (perPolygon)
     map.polygons.reserve(maxEntries);
   map.values.reserve(maxEntries * map.dimension);
+  // A per-point map is attached to the points as it is read (on the lane,
+  // off the main thread's path); Finish redoes it if more points follow.
+  if (!perPolygon)
+    map.attached.assign(std::size_t(pointCount), -1);
   for (const std::uint8_t* p = begin; p < end;) {
     const std::size_t entry = map.points.size();
     if ((entry & kPollMask) == 0)
       PollAt(p);
+    LwFetchAhead(p);
     for (int k = 0; k < (perPolygon ? 2 : 1); ++k) {
       if (end - p < 2 || (p[0] == 0xFF && end - p < 4))
         c.FailAt(p, "entry " + std::to_string(entry) + " cut short");
@@ -705,6 +747,8 @@ void Loader::DecodeVMap(st_lwLayer& layer, Span c, bool perPolygon, const LayerC
                         (k == 0 ? "point " : "polygon ") + std::to_string(v) + " of " +
                         std::to_string(k == 0 ? pointCount : polygonCount));
       (k == 0 ? map.points : map.polygons).push_back(std::uint32_t(v));
+      if (!perPolygon)
+        map.attached[std::size_t(v)] = std::int32_t(entry);
       p += size;
     }
     if (std::size_t(end - p) < valueBytes)
@@ -1231,6 +1275,8 @@ bool LwResolveSurfaces(st_lwObject& object) {
 void LwAttachVertexMaps(st_lwLayer& layer) {
   for (auto& map : layer.vmaps) {
     if (!map.perPolygon) {
+      if (map.attached.size() == layer.GetPointCount())
+        continue; // attached when it was read
       map.attached.assign(layer.GetPointCount(), -1);
       for (std::size_t e = 0; e < map.points.size(); ++e)
         map.attached[map.points[e]] = std::int32_t(e);
