@@ -806,19 +806,7 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
   for (std::uint32_t lp : m_runPoints)
     m_pointRemap[lp] = -1;
   m_runPoints.clear();
-  // Faces and the distinct surfaces (first-use order) in one pass over the run.
   std::size_t faceCount = 0;
-  const std::size_t surfaceCount = m_surfaceMaterial.size();
-  std::vector<bool> seen(surfaceCount + 1, false);
-  m_runSurfaces.clear();
-  for (std::size_t p = first; p < end; ++p) {
-    const std::uint32_t surface = layer.SurfaceOf(p);
-    const std::size_t key = surface < surfaceCount ? surface : surfaceCount;
-    if (!seen[key]) {
-      seen[key] = true;
-      m_runSurfaces.push_back(surface);
-    }
-  }
   if (layer.polygonSpans.empty()) {
     for (std::size_t p = first; p < end; ++p)
       faceCount += layer.polygons[p].vertexCount >= 3;
@@ -850,6 +838,24 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
     uvw = std::make_unique<CUVWChannel>();
     uvwFaces = uvw->GetUVWFaceList();
   }
+  // The distinct surfaces of the run's polygons (lines too), in first-use
+  // order, noted as the polygons are walked.
+  const std::size_t surfaceCount = m_surfaceMaterial.size();
+  std::vector<bool> seenSurface(surfaceCount + 1, false);
+  std::uint32_t lastSurface = 0;
+  bool anySurface = false;
+  m_runSurfaces.clear();
+  auto noteSurface = [&](std::uint32_t s) {
+    if (anySurface && s == lastSurface)
+      return;
+    anySurface = true;
+    lastSurface = s;
+    const std::size_t key = s < surfaceCount ? s : surfaceCount;
+    if (!seenSurface[key]) {
+      seenSurface[key] = true;
+      m_runSurfaces.push_back(s);
+    }
+  };
   // Object point -> layer point.
   std::vector<std::uint32_t> order;
   std::int32_t used = 0; // points numbered so far
@@ -858,6 +864,8 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
   auto number = [&](int begin, int blockEnd, C3DFace* out) {
     for (int f = begin; f < blockEnd; walk.Next()) {
       PollRead(walk.Index() - first);
+      const std::uint32_t s = walk.Surface();
+      noteSurface(s);
       const unsigned n = walk.Count();
       if (n < 3)
         continue;
@@ -875,7 +883,6 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
         idx[k] = mapped;
       }
       // Surfaces already converted are looked up without the call.
-      const std::uint32_t s = walk.Surface();
       face.SetMaterialID(s < m_surfaceMaterial.size() && m_surfaceMaterial[s] >= 0
                              ? unsigned(m_surfaceMaterial[s])
                              : GetMaterial(object.get(), s));
@@ -915,6 +922,8 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
     if (uvw)
       FillUVWPoints(*wholeMap, order, *uvw->GetUVWPointList());
   }
+  for (; walk.Index() < end; walk.Next()) // lines after the last face
+    noteSurface(walk.Surface());
   m_runPoints = std::move(order);
   object->SetPointList(points.release());
   object->SetFaceList(faces.release());
