@@ -753,9 +753,10 @@ TEST(LwoChunks, IndexWidthsReadAlikeOnEveryPath) {
   c.chunk("PTAG", ptag);
   c.chunk("PNTS", Points({1, 1, 1}));
 
+  const Bytes file = Form("LWO2", c); // the viewed layer reads from it
   LwLoadStatus s1, s2;
-  auto decoded = LoadViews(Form("LWO2", c), false, s1);
-  auto viewed = LoadViews(Form("LWO2", c), true, s2);
+  auto decoded = LoadViews(file, false, s1);
+  auto viewed = LoadViews(file, true, s2);
   ASSERT_TRUE(decoded && viewed) << s1.detail << s2.detail;
   const st_lwLayer& layer = viewed->layers[0];
   const auto walked = Walked(layer);
