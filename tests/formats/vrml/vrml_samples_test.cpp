@@ -12,6 +12,7 @@
 #include "meshcore/scene/base_object.h"
 #include "meshcore/scene/scene.h"
 #include "meshcore/scene/scene_node.h"
+#include "tests/support/byte_builder.h"
 #include "tests/support/test_env.h"
 #include "vrml_test_util.h"
 
@@ -21,7 +22,6 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 using namespace meshcore;
@@ -39,18 +39,10 @@ std::vector<fs::path> Samples() {
   return files;
 }
 
-std::string Slurp(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-std::unique_ptr<C3DScene> ReadText(const std::string& text, int* error = nullptr,
-                                   const std::string& dir = {}) {
+std::unique_ptr<C3DScene> ReadText(const std::string& text, int* error = nullptr) {
   C3DIo io("memory.iv", FILE_PARSER_LOADING | kSilent);
   CVrmlIo codec(io);
-  std::unique_ptr<C3DScene> scene(codec.ReadFromMemory(text.data(), text.size(), 0, dir));
+  std::unique_ptr<C3DScene> scene(codec.ReadFromMemory(text.data(), text.size(), 0));
   if (error)
     *error = io.GetIoError();
   return scene;
@@ -103,7 +95,8 @@ TEST_F(VrmlSamples, EverySampleLoadsWithGeometryAndSurvivesRewriting) {
 TEST_F(VrmlSamples, TruncatedSamplesLoadOrFailCleanly) {
   for (const fs::path& file : Samples()) {
     SCOPED_TRACE(file.filename().string());
-    const std::string text = Slurp(file);
+    const auto bytes = test::ReadFileBytes(file.string());
+    const std::string text(bytes.begin(), bytes.end());
     const std::size_t step = std::max<std::size_t>(1, text.size() / 40);
     for (std::size_t n = 0; n < text.size(); n += step) {
       int error = 0;
