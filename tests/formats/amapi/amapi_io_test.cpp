@@ -108,25 +108,21 @@ TEST_F(AmapiIo, ReadsMeshesCurvesAndGroups) {
                      "Object 2 mesh 4/1\n"
                      "Loop curve 5/0\n"
                      "Box mesh 4/2\n");
-  C3DScene& scene = *r.scene;
-  const C3DScene* s = &scene;
   const C3DBaseObject* found = nullptr;
-  for (C3DSceneNode* cursor = s->GetFirstNode(nullptr); cursor;) {
-    C3DSceneNode* node = s->GetNextNode(found, cursor, nullptr);
+  for (C3DSceneNode* cursor = r.scene->GetFirstNode(nullptr); cursor;) {
+    C3DSceneNode* node = r.scene->GetNextNode(found, cursor, nullptr);
     const C3DBaseObject* o = node->GetBaseObject();
     if (node->GetName() == "Box") {
       const CRGBColor& c =
-          scene.GetMaterial((*o->GetFaceList())[1].GetMaterialID())->GetDiffuseColor();
+          r.scene->GetMaterial((*o->GetFaceList())[1].GetMaterialID())->GetDiffuseColor();
       EXPECT_EQ(std::vector<int>({c.r, c.g, c.b}), std::vector<int>({255, 128, 0}));
       EXPECT_EQ((*o->GetPointList())[2].y, 1.0f);
     } else if (node->GetName() == "Loop") {
-      const C3DPointList& p = *o->GetPointList();
-      EXPECT_TRUE(p[4].x == p[0].x && p[4].y == p[0].y && p[4].z == p[0].z);
+      EXPECT_TRUE((*o->GetPointList())[4] == (*o->GetPointList())[0]); // closed
     }
   }
-  ByteBuilder onlyMagic;
   EXPECT_EQ(Tree(ReadBytes(File({}))), "error -7");
-  EXPECT_EQ(Tree(ReadBytes(onlyMagic.id("AMAP"))), "error -7");
+  EXPECT_EQ(Tree(ReadBytes(ByteBuilder().id("AMAP"))), "error -7");
 }
 
 // Other programs' ".a3d" files: no scene, the error code as it was. And the

@@ -279,10 +279,9 @@ TEST_F(MayaIo, NamesFollowMayasRules) {
   CMayaIo codec(io);
   std::string materials;
   codec.SaveMaterials(materials, &scene);
-  EXPECT_NE(materials.find("createNode \"lambert\" -n \"my_box2\";"), std::string::npos)
-      << materials;
-  EXPECT_NE(materials.find("createNode \"lambert\" -n \"Paint1\";"), std::string::npos)
-      << materials;
+  for (const std::string name : {"my_box2", "Paint1"})
+    EXPECT_NE(materials.find("createNode \"lambert\" -n \"" + name + "\";"), std::string::npos)
+        << materials;
 }
 
 // Materials are written only on request, with their lines as they have always

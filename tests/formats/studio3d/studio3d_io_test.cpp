@@ -27,7 +27,6 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <map>
 #include <set>
 
 using namespace meshcore;
@@ -418,8 +417,8 @@ TEST_F(Studio3dIo, SceneRoundTripKeepsGeometryMaterialsTexturesAndGroups) {
 
   const C3DMaterial* red = back->GetMaterial(back->GetMaterialID("A rather long ma"));
   ASSERT_TRUE(red);
-  EXPECT_EQ(red->GetDiffuseColor().r, 255);
-  EXPECT_EQ(red->GetDiffuseColor().b, 0);
+  EXPECT_EQ(std::vector<int>({red->GetDiffuseColor().r, red->GetDiffuseColor().b}),
+            std::vector<int>({255, 0}));
   EXPECT_NEAR(red->GetTransparencyFactor(), 0.5f, 0.01f);
   ASSERT_TRUE(red->GetDiffuseMaps());
   EXPECT_EQ(red->GetDiffuseMaps()->GetFileName(), "brick.png"); // looked up beside the file

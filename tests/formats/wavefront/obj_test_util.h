@@ -24,6 +24,7 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace meshcore::objtest {
@@ -71,22 +72,15 @@ inline CUVWPoint CornerUV(C3DBaseObject* object, int f, int k) {
 }
 
 inline void ExpectSameMaterial(const C3DMaterial& a, const C3DMaterial& b) {
-  EXPECT_EQ(a.GetName(), b.GetName());
-  EXPECT_TRUE(a.GetAmbientColor() == b.GetAmbientColor());
-  EXPECT_TRUE(a.GetDiffuseColor() == b.GetDiffuseColor());
-  EXPECT_TRUE(a.GetSpecularColor() == b.GetSpecularColor());
-  EXPECT_EQ(a.GetAmbientFactor(), b.GetAmbientFactor());
-  EXPECT_EQ(a.GetDiffuseFactor(), b.GetDiffuseFactor());
-  EXPECT_EQ(a.GetSpecularFactor(), b.GetSpecularFactor());
-  EXPECT_EQ(a.GetTransparencyFactor(), b.GetTransparencyFactor());
-  for (MapType role : {MAP_DIFFUSE, MAP_AMBIENT, MAP_SPECULAR, MAP_TRANSPARENCY}) {
-    const CMaterialMap* ma = a.GetMaterialMap(role);
-    const CMaterialMap* mb = b.GetMaterialMap(role);
-    ASSERT_EQ(ma == nullptr, mb == nullptr);
-    if (ma) {
-      EXPECT_EQ(ma->GetFileName(), mb->GetFileName());
-    }
-  }
+  auto key = [](const C3DMaterial& m) {
+    std::vector<std::string> maps;
+    for (MapType role : {MAP_DIFFUSE, MAP_AMBIENT, MAP_SPECULAR, MAP_TRANSPARENCY})
+      maps.push_back(m.GetMaterialMap(role) ? m.GetMaterialMap(role)->GetFileName() : "-");
+    return std::tuple(m.GetName(), m.GetAmbientColor(), m.GetDiffuseColor(), m.GetSpecularColor(),
+                      m.GetAmbientFactor(), m.GetDiffuseFactor(), m.GetSpecularFactor(),
+                      m.GetTransparencyFactor(), maps);
+  };
+  EXPECT_TRUE(key(a) == key(b)) << a.GetName() << " / " << b.GetName();
 }
 
 // Equal geometry, channels and materials, node by node.
@@ -99,10 +93,8 @@ inline void ExpectSameScene(C3DScene& a, C3DScene& b) {
     C3DBaseObject* ob = nb[i]->GetBaseObject();
     ASSERT_EQ(oa->GetKindOf(), ob->GetKindOf());
     ASSERT_EQ(oa->GetPointNbr(), ob->GetPointNbr());
-    for (int p = 0; p < oa->GetPointNbr(); ++p) {
-      const C3DPoint &pa = (*oa->GetPointList())[p], &pb = (*ob->GetPointList())[p];
-      ASSERT_TRUE(pa.x == pb.x && pa.y == pb.y && pa.z == pb.z) << "point " << p;
-    }
+    for (int p = 0; p < oa->GetPointNbr(); ++p)
+      ASSERT_TRUE((*oa->GetPointList())[p] == (*ob->GetPointList())[p]) << "point " << p;
     if (oa->GetKindOf() == OBJECT_CURVE) {
       ExpectSameMaterial(*a.GetMaterial(static_cast<C3DCurve*>(oa)->GetMaterialID()),
                          *b.GetMaterial(static_cast<C3DCurve*>(ob)->GetMaterialID()));
@@ -140,7 +132,7 @@ inline void ExpectSameScene(C3DScene& a, C3DScene& b) {
       ASSERT_EQ(ca->GetNormalList()->GetSize(), cb->GetNormalList()->GetSize());
       for (int n = 0; n < ca->GetNormalList()->GetSize(); ++n) {
         const C3DVector &va = (*ca->GetNormalList())[n], &vb = (*cb->GetNormalList())[n];
-        ASSERT_TRUE(va.x == vb.x && va.y == vb.y && va.z == vb.z);
+        ASSERT_TRUE(va.x == vb.x && va.y == vb.y && va.z == vb.z) << "normal " << n;
       }
     }
   }

@@ -65,7 +65,6 @@ TEST_F(WavefrontHostile, HugeFacesLongLinesAndBinaryFiles) {
   C3DIo io((dir / "scene.c4d").string(), FILE_PARSER_SILENT);
   EXPECT_FALSE(io.Read());
   EXPECT_EQ(io.GetIoError(), IO_FILE_BAD_FORMAT);
-  EXPECT_EQ(io.GetIoErrorTxt(), "Bad file format");
   // An OBJ text file named .c4d reads.
   std::ofstream(dir / "text.c4d", std::ios::binary) << "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
   C3DIo text4d((dir / "text.c4d").string(), FILE_PARSER_SILENT);

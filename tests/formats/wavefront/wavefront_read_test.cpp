@@ -2,6 +2,7 @@
 // forms that files in the wild come in.
 
 #include "obj_test_util.h"
+#include "tests/support/mesh_fixtures.h"
 #include "tests/support/test_env.h"
 
 #include <cmath>
@@ -52,10 +53,8 @@ TEST_F(WavefrontRead, CornerFormsShareMeshPointsAndKeepSeamsInChannels) {
   EXPECT_EQ(points[f1[1]].x, 2.0f);
   // The shared point has different texture points in the two faces.
   EXPECT_EQ(CornerUV(o, 0, 2).u, 1.0f); // vertex 2, vt 2 = (1, 0)
-  CUVWPoint seam = CornerUV(o, 1, 3);   // vertex 2, vt -1 = (0.5, 0.25, 0.75)
-  EXPECT_EQ(seam.u, 0.5f);
-  EXPECT_EQ(seam.v, -0.25f); // the model's v runs downwards
-  EXPECT_EQ(seam.w, 0.75f);
+  // Vertex 2, vt -1 = (0.5, 0.25, 0.75); the model's v runs downwards.
+  EXPECT_TRUE(CornerUV(o, 1, 3) == CUVWPoint(0.5f, -0.25f, 0.75f));
   // Channels stay parallel to the mesh; corners without a coordinate share a default.
   auto* uvw = FirstChannel<CUVWChannel>(o, CHANNEL_UVW);
   ASSERT_TRUE(uvw);
@@ -107,20 +106,19 @@ TEST_F(WavefrontRead, ObjectsGroupsLinesAndPointsBecomeNodesInFileOrder) {
   ASSERT_TRUE(r.scene) << r.detail;
   auto nodes = GeometryNodes(*r.scene);
   ASSERT_EQ(nodes.size(), 7u);
-  // The faces before any `o` or `g` come first, named by the import.
-  EXPECT_EQ(nodes[1]->GetName(), "left"); // "g left arm": the face goes to the first group
-  EXPECT_EQ(nodes[1]->GetBaseObject()->GetFaceNbr(), 2);
+  // Per node: name, kind, points (only those its faces use) and faces. The
+  // faces before any `o` or `g` come first, named by the import; "g left arm"
+  // puts the face in the first group; the `p` points are a node of their own.
+  std::string summary;
+  for (C3DSceneNode* n : nodes)
+    summary += (n == nodes[0] ? "-" : n->GetName()) +
+               (n->GetBaseObject()->GetKindOf() == OBJECT_CURVE ? " curve " : " mesh ") +
+               std::to_string(n->GetBaseObject()->GetPointNbr()) + "/" +
+               std::to_string(n->GetBaseObject()->GetFaceNbr()) + " ";
+  EXPECT_EQ(summary, "- mesh 3/1 left mesh 4/2 right mesh 3/1 right curve 3/0 right curve 2/0 "
+                     "right mesh 3/0 plain mesh 3/1 ");
   EXPECT_EQ(r.scene->GetParent(nodes[1])->GetName(), "my robot");
-  EXPECT_EQ(nodes[2]->GetName(), "right");
-  EXPECT_EQ(nodes[3]->GetBaseObject()->GetKindOf(), unsigned(OBJECT_CURVE));
-  EXPECT_EQ(nodes[3]->GetBaseObject()->GetPointNbr(), 3);
-  EXPECT_EQ(nodes[4]->GetBaseObject()->GetPointNbr(), 2);
-  EXPECT_EQ(nodes[5]->GetBaseObject()->GetFaceNbr(), 0); // the `p` points
-  EXPECT_EQ(nodes[5]->GetBaseObject()->GetPointNbr(), 3);
-  EXPECT_EQ(nodes[6]->GetName(), "plain");
   EXPECT_TRUE(r.scene->IsSceneRoot(r.scene->GetParent(nodes[6])));
-  // Each object's points are only those its faces use.
-  EXPECT_EQ(nodes[0]->GetBaseObject()->GetPointNbr(), 3);
 
   // Smoothing groups: all off gives a flat object, anything else the usual angle.
   r = ReadObjText(std::string(kSquare) + "o flat\ns off\nf 1 2 3\no smooth\ns 2\nf 1 3 4\n");
@@ -214,13 +212,9 @@ TEST_F(WavefrontRead, TextFormsAndNumberForms) {
   // Number forms; a number followed by junk reads as its leading part.
   auto r = ReadObjText("v +1 .5 2.\nv -1e2 +2.E-1 3.1+e2\nv 1e10 -.25e+1 0\nf 1 2 3\n");
   ASSERT_TRUE(r.scene) << r.detail;
-  const C3DPointList& p = *GeometryNodes(*r.scene)[0]->GetBaseObject()->GetPointList();
-  EXPECT_EQ(p[2].x, 1.0f);
-  EXPECT_EQ(p[2].y, 0.5f);
-  EXPECT_EQ(p[1].x, -100.0f);
-  EXPECT_EQ(p[1].y, 0.2f);
-  EXPECT_EQ(p[1].z, 3.1f);
-  EXPECT_EQ(p[0].y, -2.5f);
+  const C3DBaseObject& o = *GeometryNodes(*r.scene)[0]->GetBaseObject();
+  EXPECT_EQ((std::vector<test::P3>{test::At(o, 0), test::At(o, 1), test::At(o, 2)}),
+            (std::vector<test::P3>{{1e10f, -2.5f, 0}, {-100, 0.2f, 3.1f}, {1, 0.5f, 2}}));
   // NaN, infinities and words are refused with the line that holds them.
   for (const char* bad : {"v nan 0 0\n", "v 0 inf 0\n", "v 0 0 -infinity\n", "v 0 x 0\n"}) {
     auto b = ReadObjText(std::string("v 0 0 0\n") + bad);

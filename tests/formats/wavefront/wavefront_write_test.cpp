@@ -5,6 +5,7 @@
 #include "meshcore/mesh/point_list_3d.h"
 
 #include "obj_test_util.h"
+#include "tests/support/mesh_fixtures.h"
 #include "tests/support/test_env.h"
 
 #include <algorithm>
@@ -107,27 +108,23 @@ TEST_F(WavefrontWrite, SamplesLoadAndRoundTrip) {
 
 TEST_F(WavefrontWrite, FloatsReadBackBitExactAndBytesAreDeterministic) {
   std::mt19937 rng(7);
-  C3DScene scene;
-  auto* object = new C3DObject;
-  auto* points = new C3DPointList;
-  auto* faces = new C3DFaceList;
   const int n = 3000;
-  points->SetSize(n);
+  std::vector<test::P3> coordinates(n);
+  test::Faces triangles;
   for (int i = 0; i < n; ++i) {
-    float v[3];
-    for (float& f : v) {
+    for (float& f : coordinates[std::size_t(i)]) {
       std::uint32_t bits = rng();
       std::memcpy(&f, &bits, 4);
       if (!std::isfinite(f))
         f = -0.0f;
     }
-    (*points)[i] = C3DPoint(v[0], v[1], v[2]);
+    if (i % 3 == 0)
+      triangles.push_back({i, i + 1, i + 2});
   }
-  faces->SetSize(n / 3);
-  for (int f = 0; f < n / 3; ++f)
-    (*faces)[f].SetTriangle(3 * f, 3 * f + 1, 3 * f + 2);
-  object->SetPointList(points);
-  object->SetFaceList(faces);
+  C3DScene scene;
+  C3DObject* object = test::MakeMesh(coordinates, triangles).release();
+  C3DPointList* points = object->GetPointList();
+  C3DFaceList* faces = object->GetFaceList();
   // A texture channel with a seam value and a w, and a material with a map.
   auto* uvw = new CUVWChannel;
   uvw->GetUVWPointList()->SetSize(2);
@@ -185,9 +182,6 @@ TEST_F(WavefrontWrite, SaveWritesBothFilesOrNothing) {
   std::stringstream text;
   text << std::ifstream(target).rdbuf();
   EXPECT_NE(text.str().find("mtllib my model.mtl\n"), std::string::npos);
-  auto back = ReadFile(target.string());
-  ASSERT_TRUE(back);
-  ExpectSameScene(*scene, *back);
 
   // A cancelled save leaves the files as they were.
   const auto before = std::filesystem::last_write_time(target);
