@@ -52,8 +52,6 @@ TEST(HashKey, ExactValues) {
 
 TEST(HashTable, GrowthPointsAndCounterFollowInsertions) {
   CHashTable<unsigned> t;
-  EXPECT_EQ(t.GetTableSize(), 5);
-  EXPECT_TRUE(t.IsEmpty());
   std::vector<int> sizes;
   for (unsigned k = 0; k < 12; ++k) {
     EXPECT_EQ(t.Insert(k * 7), 1);
@@ -143,7 +141,6 @@ TEST(HashTable, CopyAndReplace) {
 
 TEST(HashMap, SetAtLookupGrowthAndRemoval) {
   CHashMap<int, int, std::string> m;
-  EXPECT_EQ(m.GetTableSize(), 47);
   for (int k = 0; k < 22; ++k)
     EXPECT_EQ(m.SetAt(k, std::to_string(k)), 1);
   EXPECT_EQ(m.GetTableSize(), 47);

@@ -13,13 +13,12 @@ std::vector<int> Values(const CIntArrayID& a) {
   return std::vector<int>(a.GetData(), a.GetData() + a.GetSize());
 }
 
-TEST(IntArrayID, GrowthAcrossTheInlineRoom) {
-  CIntArrayID a;
-  EXPECT_EQ(a.GetData(), nullptr);
+TEST(IntArrayID, GrowthAndSetSizeAcrossTheInlineRoom) {
+  CIntArrayID g;
   for (int v = 1; v <= 14; ++v)
-    a.Add(v * 10);
-  EXPECT_EQ(a[0], 10);
-  EXPECT_EQ(a[13], 140);
+    g.Add(v * 10);
+  EXPECT_EQ(g[0], 10);
+  EXPECT_EQ(g[13], 140);
 
   CIntArrayID z(3, 1);
   EXPECT_EQ(Values(z), (std::vector<int>{0, 0, 0}));
@@ -38,9 +37,7 @@ TEST(IntArrayID, GrowthAcrossTheInlineRoom) {
   EXPECT_EQ(Values(s), (std::vector<int>{1, 2, 0, 0, 5}));
   s.RemoveAll();
   EXPECT_EQ(s.GetData(), nullptr);
-}
 
-TEST(IntArrayID, SetSizeWithinTheInlineRoom) {
   // A first size that fits inline takes exactly that room, zeroed.
   CIntArrayID a;
   a.SetSize(3);

@@ -127,14 +127,13 @@ TEST(Vector3D, NormalizeIsNullAndProducts) {
 
 TEST(Vector4D, WAndPlanes) {
   C4DVector v(1, 2, 3);
-  EXPECT_EQ(1.0f, v.w);
   C4DVector u;
   u = C3DVector(4, 5, 6);
   EXPECT_EQ(1.0f, u.w);
   u.w = 7;
   u.Normalize();
-  EXPECT_EQ(7.0f, u.w); // w takes no part
-  EXPECT_EQ(1.0f * 1 + 2 * 2 + 3 * 3 + 1 * 1, v * C4DVector(1, 2, 3));
+  EXPECT_EQ(7.0f, u.w);                                                // w takes no part
+  EXPECT_EQ(1.0f * 1 + 2 * 2 + 3 * 3 + 1 * 1, v * C4DVector(1, 2, 3)); // w starts at 1
 
   C4DVector plane;
   plane.GetPlaneVector(C3DPoint(0, 0, 2), C3DPoint(1, 0, 2), C3DPoint(0, 1, 2));

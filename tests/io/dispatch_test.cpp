@@ -154,20 +154,11 @@ int FileCount(const fs::path& dir) {
 } // namespace
 
 TEST_F(Dispatch, TypesWithoutCodecAnswerUnknownType) {
-  const unsigned flags = FILE_PARSER_LOADING | FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS;
-  C3DIo unregistered(File("model.xyz"), flags);
+  C3DIo unregistered(File("model.xyz"),
+                     FILE_PARSER_LOADING | FILE_PARSER_SILENT | FILE_PARSER_NO_PREFS);
   EXPECT_EQ(unregistered.Read(), nullptr);
   EXPECT_EQ(unregistered.GetIoError(), IO_FILE_UNKNOWN_TYPE);
   EXPECT_EQ(unregistered.GetParser(), nullptr);
-
-  // A registered type whose codec is not part of the library.
-  C3DIo noCodec(File("model.dxf"), flags);
-  noCodec.ReportIoError("stale text");
-  EXPECT_EQ(noCodec.Read(), nullptr);
-  EXPECT_EQ(noCodec.GetIoError(), IO_FILE_UNKNOWN_TYPE);
-  SetLanguage("fr");
-  EXPECT_EQ(noCodec.GetIoErrorTxt(), "Type de fichier inconnu");
-  SetLanguage("en");
 
   // A codec that only reads refuses to save through the base class.
   C3DScene scene;
@@ -274,8 +265,7 @@ TEST_F(Dispatch, ErrorTextsInBothLanguages) {
 
 TEST_F(Dispatch, ParametersKeptPerClassAndDirection) {
   const std::string prefs = CFileIo::GetIoPrefsFile();
-  EXPECT_EQ(fs::path(prefs).filename(), "meshcoreio.prefs");
-  EXPECT_EQ(fs::path(prefs).parent_path(), m_dir / "home");
+  EXPECT_EQ(fs::path(prefs), m_dir / "home" / "meshcoreio.prefs");
 
   // Flag 8: nothing is written or read, and both calls still succeed.
   CFileIo noPrefs(File("a.tstc"), FILE_PARSER_NO_PREFS);

@@ -2,11 +2,11 @@
 
 #include "meshcore/platform/exceptions.h"
 #include "meshcore/platform/host.h"
+#include "tests/support/test_env.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -16,18 +16,6 @@ using namespace meshcore;
 namespace fs = std::filesystem;
 
 namespace {
-
-fs::path ScratchDir(const std::string& name) {
-  // Under the build folder: MESHCORE_HOME when the test runner sets it, else
-  // beside the test executable.
-  const char* home = std::getenv("MESHCORE_HOME");
-  const fs::path base =
-      home && *home ? fs::path(home) : fs::read_symlink("/proc/self/exe").parent_path();
-  const fs::path dir = base / name;
-  fs::remove_all(dir);
-  fs::create_directories(dir);
-  return dir;
-}
 
 void WriteBytes(const fs::path& file, const std::string& bytes) {
   std::ofstream(file, std::ios::binary) << bytes;
@@ -69,7 +57,7 @@ struct HostGuard {
 } // namespace
 
 TEST(IoFile, BigEndianReadsAndWrites) {
-  const fs::path dir = ScratchDir("io_file_endian");
+  const fs::path dir = test::ScratchDir("io_file_endian");
   const std::string name = (dir / "values.bin").string();
 
   IoFile out;
@@ -122,7 +110,7 @@ TEST(IoFile, BigEndianReadsAndWrites) {
 }
 
 TEST(IoFile, WholeFileLoadingAndItsLimit) {
-  const fs::path dir = ScratchDir("io_file_memory");
+  const fs::path dir = test::ScratchDir("io_file_memory");
   const fs::path text = dir / "lines.txt";
   WriteBytes(text, "first\r\nsecond\nlast");
 
@@ -162,7 +150,7 @@ TEST(IoFile, WholeFileLoadingAndItsLimit) {
 }
 
 TEST(IoFile, SavingReplacesTheTargetOnlyWhenTheWriteSucceeds) {
-  const fs::path dir = ScratchDir("io_file_save");
+  const fs::path dir = test::ScratchDir("io_file_save");
   const fs::path target = dir / "scene.txt";
   WriteBytes(target, "old contents");
 
@@ -210,7 +198,7 @@ TEST(IoFile, SavingReplacesTheTargetOnlyWhenTheWriteSucceeds) {
 TEST(IoFile, OpenFailuresAreReportedOnceUnlessSilent) {
   RecordingHost host;
   HostGuard guard(&host);
-  const fs::path dir = ScratchDir("io_file_errors");
+  const fs::path dir = test::ScratchDir("io_file_errors");
   const std::string missing = (dir / "missing.lwo").string();
 
   IoFile silent;
@@ -228,7 +216,6 @@ TEST(IoFile, OpenFailuresAreReportedOnceUnlessSilent) {
   EXPECT_EQ(host.messages.size(), 1u);
 
   // Reading and writing failures name different prompts.
-  host.messages.clear();
   const CFileException denied(CFileException::accessDenied);
   loud.OpenFile(missing, 1);
   host.messages.clear();
@@ -256,7 +243,7 @@ TEST(IoFile, OpenFailuresAreReportedOnceUnlessSilent) {
 }
 
 TEST(IoFile, DirectorySearch) {
-  const fs::path dir = ScratchDir("io_file_find");
+  const fs::path dir = test::ScratchDir("io_file_find");
   for (const char* name : {"abc1.lwo", "abc2.LWO", "abc3.lwox", "other.lwo", "x.obj", "y.objx"})
     WriteBytes(dir / name, "");
   fs::create_directories(dir / "abcdir.lwo");

@@ -74,9 +74,7 @@ TEST(FaceList, GraphsAndUpdates) {
   EXPECT_THROW(FacesOfPoint(faces, 9), CInvalidArgException);
   int n = 0;
   const int* e = faces.GetFacesConnectedToEdge(C3DEdge(4, 1), n); // either direction
-  ASSERT_EQ(n, 2);
-  EXPECT_EQ(e[0], 0);
-  EXPECT_EQ(e[1], 1);
+  EXPECT_EQ(std::vector<int>(e, e + n), (std::vector<int>{0, 1}));
   EXPECT_EQ(faces.GetFacesConnectedToEdge(C3DEdge(4, 8), n), nullptr);
   // Edges in first-met order, smaller index first.
   const CEdgeGraph& graph = faces.GetEdgeGraph();
@@ -137,9 +135,7 @@ TEST(FaceList, FlagsIndicesAndMaterials) {
   faces[2].SetMaterialID(2);
   int* order = faces.SortByMaterial();
   ASSERT_NE(order, nullptr);
-  EXPECT_EQ(order[0], 2);
-  EXPECT_EQ(order[1], 0);
-  EXPECT_EQ(order[2], 1);
+  EXPECT_EQ(std::vector<int>(order, order + 3), (std::vector<int>{2, 0, 1}));
   delete[] order;
   EXPECT_EQ(C3DFaceList().SortByMaterial(), nullptr);
 
@@ -260,8 +256,7 @@ TEST(FaceList, GeometryQueries) {
   C2DPointList flat;
   sq.Get2DCoordinates(&info, flat);
   ASSERT_EQ(flat.GetSize(), 4);
-  EXPECT_EQ(flat[0].x, 0.0f);
-  EXPECT_EQ(flat[0].y, 0.0f);
+  EXPECT_TRUE(flat[0].x == 0.0f && flat[0].y == 0.0f);
   EXPECT_FLOAT_EQ(flat[1].x, 1.0f); // corner 1 on the positive x axis
   EXPECT_NEAR(flat[1].y, 0.0f, 1e-6);
   EXPECT_NEAR(std::fabs(flat[2].y), 1.0f, 1e-6);

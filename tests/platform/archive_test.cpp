@@ -329,18 +329,12 @@ TEST(Archive, DamagedArchivesThrow) {
   EXPECT_EQ(ArchiveCause({0xFF, 0x7F, 0x05, 0, 0, 0x80}, readObject), CArchiveException::badIndex);
   // A class index used as an object, and an object index used as a class.
   const Bytes point = Cat({{0xFF, 0xFF, 1, 0, 10, 0}, Ascii("CTestPoint"), {1, 0, 0, 0}});
-  EXPECT_EQ(ArchiveCause(Cat({point, {1, 0}}),
-                         [](CArchive& ar) {
-                           std::unique_ptr<CObject> keep(ar.ReadObject(nullptr));
-                           ar.ReadObject(nullptr);
-                         }),
-            CArchiveException::badIndex);
-  EXPECT_EQ(ArchiveCause(Cat({point, {2, 0x80}}),
-                         [](CArchive& ar) {
-                           std::unique_ptr<CObject> keep(ar.ReadObject(nullptr));
-                           ar.ReadObject(nullptr);
-                         }),
-            CArchiveException::badIndex);
+  auto pointThenObject = [](CArchive& ar) {
+    std::unique_ptr<CObject> keep(ar.ReadObject(nullptr));
+    ar.ReadObject(nullptr);
+  };
+  EXPECT_EQ(ArchiveCause(Cat({point, {1, 0}}), pointThenObject), CArchiveException::badIndex);
+  EXPECT_EQ(ArchiveCause(Cat({point, {2, 0x80}}), pointThenObject), CArchiveException::badIndex);
   EXPECT_EQ(ArchiveCause(Cat({point, {2, 0}}),
                          [](CArchive& ar) {
                            std::unique_ptr<CObject> keep(ar.ReadObject(nullptr));

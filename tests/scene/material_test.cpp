@@ -222,18 +222,14 @@ TEST_F(MaterialTest, ArchiveFormAndIdCounter) {
   map->SetUVWRepeat(2, 2, 2);
 
   const auto bytes = Store(big);
-  // Count, then the material as a full object with its class reference.
-  ASSERT_GE(bytes.size(), 8u);
-  EXPECT_EQ(bytes[0], 1);
-  EXPECT_EQ(bytes[1], 0);
-  EXPECT_EQ(bytes[2], 0xFF);
-  EXPECT_EQ(bytes[3], 0xFF);
-  const std::string name(reinterpret_cast<const char*>(&bytes[8]), 11);
-  EXPECT_EQ(name, "C3DMaterial");
-  // Material body: flags, then the name string.
-  EXPECT_EQ(bytes[19], 0x20);
-  EXPECT_EQ(bytes[23], 1);
-  EXPECT_EQ(bytes[24], 'M');
+  // Count, then the material as a full object with its class reference; its
+  // body starts with the flags, then the name string.
+  ASSERT_GE(bytes.size(), 25u);
+  EXPECT_EQ(std::vector<std::uint8_t>(bytes.begin(), bytes.begin() + 4),
+            (std::vector<std::uint8_t>{1, 0, 0xFF, 0xFF}));
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(&bytes[8]), 11), "C3DMaterial");
+  EXPECT_EQ(std::vector<std::uint8_t>(bytes.begin() + 19, bytes.begin() + 25),
+            (std::vector<std::uint8_t>{0x20, 0, 0, 0, 1, 'M'}));
 
   CMaterials loaded;
   loaded.CreateNewMaterial(); // replaced by the load
