@@ -32,43 +32,22 @@ struct ToolRun {
   std::string err;
 };
 
-std::string Slurp(int fd) {
-  std::string text;
-  std::array<char, 4096> buffer;
-  for (ssize_t n; (n = read(fd, buffer.data(), buffer.size())) > 0;)
-    text.append(buffer.data(), static_cast<std::size_t>(n));
-  return text;
-}
-
-// Runs the tool with args; standard error goes to a file so that neither pipe can fill up.
-ToolRun RunTool(std::vector<std::string> args) {
+// Runs the tool through the shell as a user would; standard error goes to a
+// file so that neither stream can fill up and block the other.
+ToolRun RunTool(const std::vector<std::string>& args) {
   const fs::path errFile =
       fs::temp_directory_path() / ("meshcore_tool_err_" + std::to_string(getpid()));
-  int outPipe[2];
-  if (pipe(outPipe) != 0)
-    return {};
-  const pid_t pid = fork();
-  if (pid == 0) {
-    dup2(outPipe[1], STDOUT_FILENO);
-    std::FILE* err = std::fopen(errFile.c_str(), "w");
-    if (err)
-      dup2(fileno(err), STDERR_FILENO);
-    close(outPipe[0]);
-    std::vector<char*> argv;
-    std::string tool = MESHCORE_TOOL_PATH;
-    argv.push_back(tool.data());
-    for (std::string& a : args)
-      argv.push_back(a.data());
-    argv.push_back(nullptr);
-    execv(tool.c_str(), argv.data());
-    _exit(127);
-  }
-  close(outPipe[1]);
+  std::string command = MESHCORE_TOOL_PATH;
+  for (const std::string& a : args)
+    command += " '" + a + "'"; // no argument of these tests holds a quote
+  command += " 2>" + errFile.string();
   ToolRun run;
-  run.out = Slurp(outPipe[0]);
-  close(outPipe[0]);
-  int raw = 0;
-  waitpid(pid, &raw, 0);
+  std::FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe)
+    return run;
+  for (int c; (c = std::fgetc(pipe)) != EOF;)
+    run.out += static_cast<char>(c);
+  const int raw = pclose(pipe);
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 1000 + WTERMSIG(raw);
   std::ifstream in(errFile);
   run.err.assign(std::istreambuf_iterator<char>(in), {});
