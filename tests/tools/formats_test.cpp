@@ -113,8 +113,7 @@ TEST_F(ToolFormats, ListedTypesHaveACodecThatDoesIt) {
     }
   }
   fileFreeRegisteredFiles(types);
-  if (probed == 0)
-    GTEST_SKIP() << "no codec in this build";
+  EXPECT_GT(probed, 0);
 
   // The listing says the same, and keeps the registry's word apart.
   const Captured json = RunInProcess({"formats", "--json", "--all"});
