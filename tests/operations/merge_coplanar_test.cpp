@@ -123,13 +123,11 @@ TEST(MergeCoplanar, CubeGivesSixQuadsWithTheTextureAlongside) {
     // The texture corner of each mesh corner is the one that side gave it.
     const int side = uv[0] / 4;
     sides.insert(side);
-    EXPECT_TRUE(SameLoop(face, kCubeSides[static_cast<std::size_t>(side)])) << "face " << f;
-    for (int k = 0; k < 4; ++k) {
-      EXPECT_EQ(uv[static_cast<std::size_t>(k)] / 4, side);
-      EXPECT_EQ(kCubeSides[static_cast<std::size_t>(side)]
-                          [static_cast<std::size_t>(uv[static_cast<std::size_t>(k)] % 4)],
-                face[static_cast<std::size_t>(k)]);
-    }
+    const std::vector<int>& quad = kCubeSides.at(static_cast<std::size_t>(side));
+    EXPECT_TRUE(SameLoop(face, quad)) << "face " << f;
+    for (std::size_t k = 0; k < 4; ++k)
+      EXPECT_EQ(std::make_pair(uv[k] / 4, quad.at(static_cast<std::size_t>(uv[k] % 4))),
+                std::make_pair(side, face[k]));
   }
   EXPECT_EQ(sides.size(), 6u);
 

@@ -111,12 +111,8 @@ TEST(Subdivide, ClosedTetrahedronFollowsLoopRules) {
   EXPECT_EQ(fl[3][0], fl[0][1]);
   EXPECT_EQ(fl[3][2], fl[0][2]);
   // Closed, so no border: each old point ends in three faces, each edge point in six.
-  std::map<int, int> uses;
-  for (int f = 0; f < 16; ++f)
-    for (int k = 0; k < 3; ++k)
-      ++uses[fl[f][k]];
   int valence3 = 0, valence6 = 0;
-  for (const auto& [p, n] : uses) {
+  for (const auto& [p, n] : Uses(*obj)) {
     valence3 += n == 3;
     valence6 += n == 6;
   }
@@ -125,15 +121,10 @@ TEST(Subdivide, ClosedTetrahedronFollowsLoopRules) {
 }
 
 std::unique_ptr<C3DObject> Cube() {
+  const std::vector<P3> corners = {{-1, -1, -1}, {1, -1, -1}, {1, 1, -1}, {-1, 1, -1},
+                                   {-1, -1, 1},  {1, -1, 1},  {1, 1, 1},  {-1, 1, 1}};
   return MakeMesh(
-      {{-1, -1, -1},
-       {1, -1, -1},
-       {1, 1, -1},
-       {-1, 1, -1},
-       {-1, -1, 1},
-       {1, -1, 1},
-       {1, 1, 1},
-       {-1, 1, 1}},
+      corners,
       {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4}, {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}});
 }
 
@@ -182,19 +173,10 @@ TEST(Subdivide, CubeFollowsCatmullClarkRules) {
 
 TEST(Subdivide, MixedMeshCarriesLargerFacesAndEstimates) {
   // A triangle, a quad and a pentagon side by side (not sharing points).
-  auto obj = MakeMesh({{0, 0, 0},
-                       {1, 0, 0},
-                       {0, 1, 0},
-                       {2, 0, 0},
-                       {3, 0, 0},
-                       {3, 1, 0},
-                       {2, 1, 0},
-                       {5, 0, 0},
-                       {6, 0, 0},
-                       {6, 1, 0},
-                       {5.5f, 2, 0},
-                       {5, 1, 0}},
-                      {{0, 1, 2}, {3, 4, 5, 6}, {7, 8, 9, 10, 11}});
+  const std::vector<P3> points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0},    {2, 0, 0},
+                                  {3, 0, 0}, {3, 1, 0}, {2, 1, 0},    {5, 0, 0},
+                                  {6, 0, 0}, {6, 1, 0}, {5.5f, 2, 0}, {5, 1, 0}};
+  auto obj = MakeMesh(points, {{0, 1, 2}, {3, 4, 5, 6}, {7, 8, 9, 10, 11}});
   (*obj->GetFaceList())[2].SetMaterialID(9);
   EXPECT_EQ(EstimateLevel(obj.get(), 0), 3u);
   EXPECT_EQ(EstimateLevel(obj.get(), 2), 32u);
@@ -334,12 +316,13 @@ TEST(Subdivide, PassesInOneCallEqualOneCallPerPass) {
 }
 
 TEST(PatchLevel, SetLevelKeepsTheControlMeshAndGoesBack) {
-  C3DPatch patch;
-  patch.SetPointList(new C3DPointList);
-  patch.SetFaceList(new C3DFaceList);
-  {
-    auto cube = Cube();
-    patch.Concatenate(cube.get(), 1);
+  // Single quads keep even level 8 cheap.
+  auto quad = MakeMesh({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3}});
+  C3DPatch patch, small;
+  for (C3DPatch* p : {&patch, &small}) {
+    p->SetPointList(new C3DPointList);
+    p->SetFaceList(new C3DFaceList);
+    p->Concatenate(quad.get(), 1);
   }
   C3DPointList* controlPoints = patch.GetPointList();
   C3DFaceList* controlFaces = patch.GetFaceList();
@@ -349,8 +332,8 @@ TEST(PatchLevel, SetLevelKeepsTheControlMeshAndGoesBack) {
   EXPECT_EQ(control.level, 2);
   EXPECT_EQ(control.sourcePoints, controlPoints);
   EXPECT_EQ(control.sourceFaces, controlFaces);
-  EXPECT_EQ(patch.GetFaceNbr(), 6 * 16);
-  EXPECT_EQ(controlFaces->GetSize(), 6);
+  EXPECT_EQ(patch.GetFaceNbr(), 16);
+  EXPECT_EQ(controlFaces->GetSize(), 1);
 
   // The same level again rebuilds nothing.
   C3DFaceList* result = patch.GetFaceList();
@@ -361,21 +344,16 @@ TEST(PatchLevel, SetLevelKeepsTheControlMeshAndGoesBack) {
   std::unique_ptr<C3DObject> source(GetPatchSourceObject(patch, control));
   ASSERT_NE(source, nullptr);
   EXPECT_EQ(source->GetKindOf(), static_cast<unsigned>(OBJECT_POLYGONAL));
-  EXPECT_EQ(source->GetFaceNbr(), 6);
+  EXPECT_EQ(source->GetFaceNbr(), 1);
   EXPECT_EQ(patch.GetFaceList(), result);
 
   // Level 0: the base lists are the control mesh itself.
   EXPECT_EQ(SetPatchLevel(patch, control, 0), 1);
   EXPECT_EQ(patch.GetPointList(), controlPoints);
   EXPECT_EQ(patch.GetFaceList(), controlFaces);
-  EXPECT_EQ(patch.GetFaceNbr(), 6);
+  EXPECT_EQ(patch.GetFaceNbr(), 1);
 
-  // Levels clamp to 8 (a single quad keeps this cheap).
-  auto quad = MakeMesh({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3}});
-  C3DPatch small;
-  small.SetPointList(new C3DPointList);
-  small.SetFaceList(new C3DFaceList);
-  small.Concatenate(quad.get(), 1);
+  // Levels clamp to 8.
   CPatchControl smallControl;
   SetPatchLevel(small, smallControl, 12);
   EXPECT_EQ(smallControl.level, 8);

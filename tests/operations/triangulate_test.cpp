@@ -144,21 +144,10 @@ TEST(FaceTriangulate, ChannelFacesFollowCornerByCorner) {
 TEST(ObjectTriangulate, ReplacesFacesKeepsChannelsAndNeverLosesArea) {
   // A quad, a concave pentagon, a triangle and a self-intersecting pentagon
   // that the ear clipper cannot finish (it becomes a fan instead).
-  auto obj = MakeMesh({{0, 0, 0},
-                       {1, 0, 0},
-                       {1, 1, 0},
-                       {0, 1, 0},
-                       {2, 0, 0},
-                       {6, 0, 0},
-                       {6, 4, 0},
-                       {4, 1, 0},
-                       {2, 4, 0},
-                       {1, 0, 1},
-                       {0, 2, 1},
-                       {0, 0, 1},
-                       {2, 3, 1},
-                       {0, 3, 1}},
-                      {{0, 1, 2, 3}, {4, 5, 6, 7, 8}, {0, 1, 3}, {9, 10, 11, 12, 13}});
+  const std::vector<P3> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0},
+                                  {6, 0, 0}, {6, 4, 0}, {4, 1, 0}, {2, 4, 0}, {1, 0, 1},
+                                  {0, 2, 1}, {0, 0, 1}, {2, 3, 1}, {0, 3, 1}};
+  auto obj = MakeMesh(points, {{0, 1, 2, 3}, {4, 5, 6, 7, 8}, {0, 1, 3}, {9, 10, 11, 12, 13}});
   obj->AddChannel(test::MakeUVW(std::vector<std::array<float, 2>>(17, {0, 0}),
                                 {{0, 1, 2, 3}, {4, 5, 6, 7, 8}, {0, 1, 3}, {12, 13, 14, 15, 16}}));
   for (int f = 0; f < 4; ++f)

@@ -82,15 +82,10 @@ TEST(Proximity, MapArchiveRoundTrip) {
 TEST(Weld, PointsAcrossZeroMergeWithChannelsKeptParallel) {
   // Two quads stored with separate corners; their shared edge straddles x = 0
   // (tiny offsets of both signs), and each corner has its own texture point.
-  auto obj = MakeMesh({{-1, 0, 0},
-                       {-1e-4f, 0, 0},
-                       {-1e-4f, 1, 0},
-                       {-1, 1, 0},
-                       {1e-4f, 0, 0},
-                       {1, 0, 0},
-                       {1, 1, 0},
-                       {1e-4f, 1, 0}},
-                      {{0, 1, 2, 3}, {4, 5, 6, 7}});
+  const std::vector<test::P3> corners = {{-1, 0, 0}, {-1e-4f, 0, 0}, {-1e-4f, 1, 0},
+                                         {-1, 1, 0}, {1e-4f, 0, 0},  {1, 0, 0},
+                                         {1, 1, 0},  {1e-4f, 1, 0}};
+  auto obj = MakeMesh(corners, {{0, 1, 2, 3}, {4, 5, 6, 7}});
   obj->AddChannel(
       test::MakeUVW({{0, 0}, {0.5f, 0}, {0.5f, 1}, {0, 1}, {0.5f, 0}, {1, 0}, {1, 1}, {0.5f, 1}},
                     {{0, 1, 2, 3}, {4, 5, 6, 7}}));

@@ -3,7 +3,6 @@
 
 #include "meshcore/io/codec_registry.h"
 #include "meshcore/io/file_registry.h"
-#include "meshcore/io/io_3d.h"
 #include "meshcore/platform/host.h"
 #include "meshcore/scene/global_settings.h"
 #include "meshcore/scene/preferences.h"
@@ -68,15 +67,6 @@ TEST(Library, InitAndCloseRunOnceEach) {
   InitMeshcore();
   EXPECT_EQ(host.reads, reads);
   EXPECT_EQ(prefs.GetLWPaths(), std::vector<std::string>{"/content"});
-
-  // Registered types whose codec is not in the library answer "unknown file type".
-  CFileExt noCodec("Test model files", ".nocodec", fileMakeClassCode("NOCD"), 0x4013);
-  fileRegisterFile(noCodec);
-  C3DIo model((dir / "model.nocodec").string(), FILE_PARSER_LOADING | FILE_PARSER_SILENT);
-  EXPECT_EQ(model.Read(), nullptr);
-  EXPECT_EQ(model.GetIoError(), IO_FILE_UNKNOWN_TYPE);
-  fileResetRegistry();
-  fileRegisterBuiltinTypes();
 
   prefs.SetTexturePaths({"/textures"});
   CloseMeshcore();

@@ -9,20 +9,12 @@
 
 #include "meshcore/formats/library.h"
 #include "meshcore/io/io_3d.h"
-#include "meshcore/mesh/face_list_3d.h"
-#include "meshcore/mesh/point_list_3d.h"
-#include "meshcore/mesh/uvw_channel.h"
-#include "meshcore/mesh/uvw_face_list.h"
-#include "meshcore/mesh/uvw_point_list.h"
-#include "meshcore/mesh/vc_channel.h"
-#include "meshcore/mesh/vc_face_list.h"
-#include "meshcore/mesh/vc_point_list.h"
 #include "meshcore/scene/curve_3d.h"
 #include "meshcore/scene/material.h"
 #include "meshcore/scene/material_map.h"
-#include "meshcore/scene/object_3d.h"
-#include "meshcore/scene/object_creator.h"
 #include "meshcore/scene/scene.h"
+#include "tests/support/byte_builder.h"
+#include "tests/support/mesh_fixtures.h"
 #include "tests/support/test_env.h"
 #include "tests/tools/run_in_process.h"
 
@@ -49,20 +41,11 @@ protected:
   static void SetUpTestSuite() { InitMeshcore(); }
 };
 
-C3DObject* AddMesh(C3DScene& scene, const std::vector<C3DPoint>& points,
-                   const std::vector<std::vector<int>>& faces, unsigned material) {
-  auto* mesh = new C3DObject(new C3DPointList, new C3DFaceList);
-  mesh->GetPointList()->SetSize(static_cast<int>(points.size()));
-  for (std::size_t i = 0; i < points.size(); ++i)
-    (*mesh->GetPointList())[static_cast<int>(i)] = points[i];
-  C3DFaceList& list = *mesh->GetFaceList();
-  list.SetSize(static_cast<int>(faces.size()));
-  for (std::size_t f = 0; f < faces.size(); ++f) {
-    list[static_cast<int>(f)].SetSize(static_cast<int>(faces[f].size()));
-    for (std::size_t k = 0; k < faces[f].size(); ++k)
-      list[static_cast<int>(f)][static_cast<int>(k)] = faces[f][k];
-    list[static_cast<int>(f)].SetMaterialID(material);
-  }
+C3DObject* AddMesh(C3DScene& scene, const std::vector<test::P3>& points, const test::Faces& faces,
+                   unsigned material) {
+  C3DObject* mesh = test::MakeMesh(points, faces).release();
+  for (int f = 0; f < mesh->GetFaceNbr(); ++f)
+    (*mesh->GetFaceList())[f].SetMaterialID(material);
   scene.AddNode(nullptr, new C3DSceneNode(mesh, 0));
   return mesh;
 }
@@ -124,39 +107,29 @@ std::vector<std::uint8_t> ReadBytes(const fs::path& path) {
 std::vector<std::uint8_t> HandMadePng(int width, int height, int depth, int colour,
                                       const std::vector<std::uint8_t>& scanlines,
                                       const std::vector<std::uint8_t>& palette = {}) {
-  std::vector<std::uint8_t> out = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-  auto u32 = [](std::vector<std::uint8_t>& v, std::uint32_t x) {
-    for (int s = 24; s >= 0; s -= 8)
-      v.push_back(static_cast<std::uint8_t>(x >> s));
+  test::ByteBuilder out({0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'});
+  auto chunk = [&](const char* type, const test::ByteBuilder& body) {
+    test::ByteBuilder typed;
+    typed.id(type).raw(body);
+    out.u4(std::uint32_t(body.size())).raw(typed).u4(Crc32(typed.data.data(), typed.size()));
   };
-  auto chunk = [&](const char* type, const std::vector<std::uint8_t>& body) {
-    u32(out, static_cast<std::uint32_t>(body.size()));
-    std::vector<std::uint8_t> typed(type, type + 4);
-    typed.insert(typed.end(), body.begin(), body.end());
-    out.insert(out.end(), typed.begin(), typed.end());
-    u32(out, Crc32(typed.data(), typed.size()));
-  };
-  std::vector<std::uint8_t> header;
-  u32(header, static_cast<std::uint32_t>(width));
-  u32(header, static_cast<std::uint32_t>(height));
-  header.insert(header.end(),
-                {static_cast<std::uint8_t>(depth), static_cast<std::uint8_t>(colour), 0, 0, 0});
-  chunk("IHDR", header);
+  chunk("IHDR", test::ByteBuilder()
+                    .u4(std::uint32_t(width))
+                    .u4(std::uint32_t(height))
+                    .u1(depth)
+                    .u1(colour)
+                    .u1(0)
+                    .u1(0)
+                    .u1(0));
   if (!palette.empty())
-    chunk("PLTE", palette);
+    chunk("PLTE", test::ByteBuilder(palette));
+  // One stored block: its length and the length's complement are little-endian.
   const auto size = static_cast<std::uint16_t>(scanlines.size());
-  std::vector<std::uint8_t> z = {0x78,
-                                 0x01,
-                                 0x01,
-                                 static_cast<std::uint8_t>(size),
-                                 static_cast<std::uint8_t>(size >> 8),
-                                 static_cast<std::uint8_t>(~size),
-                                 static_cast<std::uint8_t>(~size >> 8)};
-  z.insert(z.end(), scanlines.begin(), scanlines.end());
-  u32(z, Adler32(scanlines.data(), scanlines.size()));
-  chunk("IDAT", z);
-  chunk("IEND", {});
-  return out;
+  test::ByteBuilder block({0x78, 0x01, 0x01}, test::Endian::Little);
+  block.u2(size).u2(static_cast<std::uint16_t>(~size)).raw(test::ByteBuilder(scanlines));
+  chunk("IDAT", test::ByteBuilder(block.data).u4(Adler32(scanlines.data(), scanlines.size())));
+  chunk("IEND", test::ByteBuilder());
+  return out.data;
 }
 
 } // namespace
@@ -165,16 +138,11 @@ TEST_F(RenderTest, CubeFromTheFrontFillsTheExpectedSquareInItsMaterialColour) {
   C3DScene scene;
   const unsigned red = AddMaterial(scene, 255, 0, 0);
   const float s = 0.5f;
-  AddMesh(scene,
-          {{-s, -s, -s},
-           {s, -s, -s},
-           {s, s, -s},
-           {-s, s, -s},
-           {-s, -s, s},
-           {s, -s, s},
-           {s, s, s},
-           {-s, s, s}},
-          {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4}, {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}},
+  std::vector<test::P3> corners; // corner k of point i is bit k of i
+  for (int i = 0; i < 8; ++i)
+    corners.push_back({i & 1 ? s : -s, i & 2 ? s : -s, i & 4 ? s : -s});
+  AddMesh(scene, corners,
+          {{0, 4, 6, 2}, {1, 3, 7, 5}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 2, 3, 1}, {4, 5, 7, 6}},
           red);
   // 200 pixels with a 5% margin each side: the cube spans pixels 10 to 189.
   const CImage image = Render(scene, Front(200, 200));
@@ -314,14 +282,9 @@ TEST_F(RenderTest, VertexColoursAndTexturesReplaceTheDiffuseColour) {
     C3DObject* quad = AddQuad(scene, -1, 1, -1, 1, 0, material->GetMaterialID());
     auto* uv = new CUVWChannel(CChannel::CreateID());
     uv->GetUVWPointList()->SetSize(4);
-    (*uv->GetUVWPointList())[0].SetUV(0, 0, 0);
-    (*uv->GetUVWPointList())[1].SetUV(1, 0, 0);
-    (*uv->GetUVWPointList())[2].SetUV(1, 1, 0);
-    (*uv->GetUVWPointList())[3].SetUV(0, 1, 0);
-    uv->GetUVWFaceList()->SetSize(1);
-    (*uv->GetUVWFaceList())[0].SetSize(4);
-    for (int k = 0; k < 4; ++k)
-      (*uv->GetUVWFaceList())[0][k] = k;
+    for (int k = 0; k < 4; ++k) // the quad's corners: (0, 0), (1, 0), (1, 1), (0, 1)
+      (*uv->GetUVWPointList())[k].SetUV(k == 1 || k == 2 ? 1.0f : 0.0f, k >= 2 ? 1.0f : 0.0f, 0);
+    test::FillFaces(*uv->GetUVWFaceList(), {{0, 1, 2, 3}});
     quad->AddChannel(uv);
     material->AddMaterialMap(file, uv->GetID(), MAP_DIFFUSE);
   };
@@ -330,36 +293,28 @@ TEST_F(RenderTest, VertexColoursAndTexturesReplaceTheDiffuseColour) {
     const int top = std::max({p[0], p[1], p[2]});
     return (p[0] * 2 > top ? 0x4 : 0) | (p[1] * 2 > top ? 0x2 : 0) | (p[2] * 2 > top ? 0x1 : 0);
   };
-  {
-    C3DScene scene;
-    texturedScene(scene, "quadrants.png");
-    std::vector<std::string> warnings;
-    const CImage image = Render(scene, Front(100, 100), &warnings);
-    EXPECT_TRUE(warnings.empty());
-    EXPECT_EQ(hue(image, 25, 25), 0x4); // texture row 0 is the top
-    EXPECT_EQ(hue(image, 75, 25), 0x2);
-    EXPECT_EQ(hue(image, 25, 75), 0x1);
-    EXPECT_EQ(hue(image, 75, 75), 0x7);
-  }
-  // Unreadable maps are reported once each and leave the diffuse colour.
-  for (const char* file : {"damaged.png", "missing.png", "C:\\old\\path\\QUADRANTS.JPG"}) {
+  // Unreadable maps are reported once each and leave the diffuse colour; a
+  // Windows path with other case still finds the file beside the scene.
+  const std::vector<int> mapped = {0x4, 0x2, 0x1, 0x7}, diffuse = {0x6, 0x6, 0x6, 0x6};
+  const std::vector<std::pair<const char*, std::vector<int>>> cases = {
+      {"quadrants.png", mapped}, // texture row 0 is the top
+      {"C:\\textures\\QUADRANTS.PNG", mapped},
+      {"damaged.png", diffuse},
+      {"missing.png", diffuse},
+      {"C:\\old\\path\\QUADRANTS.JPG", diffuse}};
+  for (const auto& [file, hues] : cases) {
+    SCOPED_TRACE(file);
     C3DScene scene;
     texturedScene(scene, file);
     std::vector<std::string> warnings;
     const CImage image = Render(scene, Front(100, 100), &warnings);
-    ASSERT_EQ(warnings.size(), 1u) << file;
-    EXPECT_NE(warnings[0].find("diffuse colour"), std::string::npos);
-    EXPECT_EQ(hue(image, 25, 25), 0x6) << file;
-    EXPECT_EQ(hue(image, 75, 75), 0x6) << file;
-  }
-  // A Windows path with other case still finds the file beside the scene.
-  {
-    C3DScene scene;
-    texturedScene(scene, "C:\\textures\\QUADRANTS.PNG");
-    std::vector<std::string> warnings;
-    const CImage image = Render(scene, Front(100, 100), &warnings);
-    EXPECT_TRUE(warnings.empty());
-    EXPECT_EQ(hue(image, 75, 25), 0x2);
+    EXPECT_EQ((std::vector<int>{hue(image, 25, 25), hue(image, 75, 25), hue(image, 25, 75),
+                                hue(image, 75, 75)}),
+              hues);
+    ASSERT_EQ(warnings.size(), hues == mapped ? 0u : 1u);
+    if (!warnings.empty()) {
+      EXPECT_NE(warnings[0].find("diffuse colour"), std::string::npos);
+    }
   }
 
   // A colour channel colours the faces whatever the material says.
@@ -369,10 +324,7 @@ TEST_F(RenderTest, VertexColoursAndTexturesReplaceTheDiffuseColour) {
   vc->GetVCPointList()->SetSize(2);
   (*vc->GetVCPointList())[0].SetColor(CRGBColor(0, 0, 255, 255));
   (*vc->GetVCPointList())[1].SetColor(CRGBColor(255, 0, 0, 255));
-  vc->GetVCFaceList()->SetSize(1);
-  (*vc->GetVCFaceList())[0].SetSize(4);
-  for (int k = 0; k < 4; ++k)
-    (*vc->GetVCFaceList())[0][k] = k < 2 ? 0 : 1; // blue below, red above
+  test::FillFaces(*vc->GetVCFaceList(), {{0, 0, 1, 1}}); // blue below, red above
   quad->AddChannel(vc);
   const CImage image = Render(scene, Front(100, 100));
   EXPECT_EQ(hue(image, 50, 85), 0x1);
@@ -489,18 +441,16 @@ TEST_F(RenderTest, PngReaderTakesOldTextureKinds) {
   const std::vector<std::uint8_t> paletted =
       HandMadePng(3, 2, 2, 3, {0, 0b00011000, 2, 0xE4}, palette);
   ASSERT_TRUE(CPngReader::Decode(paletted.data(), paletted.size(), image, error)) << error;
-  EXPECT_EQ(Rgb(image, 0, 0), 0xFF0000u);
-  EXPECT_EQ(Rgb(image, 1, 0), 0x00FF00u);
-  EXPECT_EQ(Rgb(image, 2, 0), 0x0000FFu);
-  EXPECT_EQ(Rgb(image, 2, 1), 0x090909u);
+  EXPECT_EQ((std::vector<std::uint32_t>{Rgb(image, 0, 0), Rgb(image, 1, 0), Rgb(image, 2, 0),
+                                        Rgb(image, 2, 1)}),
+            (std::vector<std::uint32_t>{0xFF0000, 0x00FF00, 0x0000FF, 0x090909}));
   // 16-bit grey with alpha, 1 x 2, the second row filtered Up: high bytes count.
   const std::vector<std::uint8_t> grey16 =
       HandMadePng(1, 2, 16, 4, {0, 0x80, 0xFF, 0x40, 0x00, 2, 0x10, 0x00, 0x10, 0x00});
   ASSERT_TRUE(CPngReader::Decode(grey16.data(), grey16.size(), image, error)) << error;
-  EXPECT_EQ(image.Pixel(0, 0)[0], 0x80);
-  EXPECT_EQ(image.Pixel(0, 0)[3], 0x40);
-  EXPECT_EQ(image.Pixel(0, 1)[1], 0x90);
-  EXPECT_EQ(image.Pixel(0, 1)[3], 0x50);
+  EXPECT_EQ((std::vector<int>{image.Pixel(0, 0)[0], image.Pixel(0, 0)[3], image.Pixel(0, 1)[1],
+                              image.Pixel(0, 1)[3]}),
+            (std::vector<int>{0x80, 0x40, 0x90, 0x50}));
   // Interlaced images and headers claiming huge pictures are refused.
   std::vector<std::uint8_t> interlaced = HandMadePng(1, 1, 8, 0, {0, 7});
   interlaced[28] = 1;
@@ -524,7 +474,6 @@ TEST_F(RenderTest, PngReaderTakesOldTextureKinds) {
 
 TEST_F(RenderTest, CommandRendersEverySampleAndFailsCleanly) {
   const fs::path dir = test::ScratchDir("render_samples");
-  int rendered = 0;
   std::vector<fs::path> files;
   for (const auto& entry : fs::recursive_directory_iterator(MESHCORE_SAMPLES_DIR)) {
     std::string ext = entry.path().extension().string();
@@ -553,9 +502,7 @@ TEST_F(RenderTest, CommandRendersEverySampleAndFailsCleanly) {
       for (int x = 0; x < 160 && !drawn; ++x)
         drawn = std::memcmp(image.Pixel(x, y), first, 3) != 0;
     EXPECT_TRUE(drawn) << file;
-    ++rendered;
   }
-  EXPECT_EQ(rendered, static_cast<int>(files.size()));
 
   // Same input, same bytes; options in either spelling.
   const std::string sample = (fs::path(MESHCORE_SAMPLES_DIR) / "obj/spider.obj").string();

@@ -1,7 +1,5 @@
 // The meshcore command as users run it: a separate process, its output and status.
 #include "meshcore/formats/library.h"
-#include "meshcore/io/codec_registry.h"
-#include "meshcore/io/file_registry.h"
 #include "meshcore/io/io_3d.h"
 #include "meshcore/mesh/face_list_3d.h"
 #include "meshcore/mesh/point_list_3d.h"
@@ -32,43 +30,22 @@ struct ToolRun {
   std::string err;
 };
 
-std::string Slurp(int fd) {
-  std::string text;
-  std::array<char, 4096> buffer;
-  for (ssize_t n; (n = read(fd, buffer.data(), buffer.size())) > 0;)
-    text.append(buffer.data(), static_cast<std::size_t>(n));
-  return text;
-}
-
-// Runs the tool with args; standard error goes to a file so that neither pipe can fill up.
-ToolRun RunTool(std::vector<std::string> args) {
+// Runs the tool through the shell as a user would; standard error goes to a
+// file so that neither stream can fill up and block the other.
+ToolRun RunTool(const std::vector<std::string>& args) {
   const fs::path errFile =
       fs::temp_directory_path() / ("meshcore_tool_err_" + std::to_string(getpid()));
-  int outPipe[2];
-  if (pipe(outPipe) != 0)
-    return {};
-  const pid_t pid = fork();
-  if (pid == 0) {
-    dup2(outPipe[1], STDOUT_FILENO);
-    std::FILE* err = std::fopen(errFile.c_str(), "w");
-    if (err)
-      dup2(fileno(err), STDERR_FILENO);
-    close(outPipe[0]);
-    std::vector<char*> argv;
-    std::string tool = MESHCORE_TOOL_PATH;
-    argv.push_back(tool.data());
-    for (std::string& a : args)
-      argv.push_back(a.data());
-    argv.push_back(nullptr);
-    execv(tool.c_str(), argv.data());
-    _exit(127);
-  }
-  close(outPipe[1]);
+  std::string command = MESHCORE_TOOL_PATH;
+  for (const std::string& a : args)
+    command += " '" + a + "'"; // no argument of these tests holds a quote
+  command += " 2>" + errFile.string();
   ToolRun run;
-  run.out = Slurp(outPipe[0]);
-  close(outPipe[0]);
-  int raw = 0;
-  waitpid(pid, &raw, 0);
+  std::FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe)
+    return run;
+  for (int c; (c = std::fgetc(pipe)) != EOF;)
+    run.out += static_cast<char>(c);
+  const int raw = pclose(pipe);
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 1000 + WTERMSIG(raw);
   std::ifstream in(errFile);
   run.err.assign(std::istreambuf_iterator<char>(in), {});
@@ -88,11 +65,6 @@ protected:
     m_messages.emplace("LC_MESSAGES", std::nullopt);
   }
   std::string File(const std::string& name) const { return (m_dir / name).string(); }
-  // The tool is built from the same tree as this test, so it has the same codecs.
-  static bool HasLightwave() {
-    meshcore::RegisterBuiltinCodecs();
-    return meshcore::fileHasCodec(meshcore::fileMakeClassCode("LIGT"));
-  }
   static std::string Sample(const std::string& name) {
     return std::string(MESHCORE_SAMPLES_DIR) + "/lightwave/" + name;
   }
@@ -157,12 +129,12 @@ Geometry ReadGeometry(const std::string& file) {
 } // namespace
 
 TEST_F(Tool, VersionHelpAndUsage) {
-  ToolRun version = RunTool({"--version"});
-  EXPECT_EQ(version.status, 0);
-  EXPECT_EQ(version.out.rfind("meshcore ", 0), 0u);
+  // --version is checked by ctest's tool_version.
   ToolRun help = RunTool({"--help"});
   EXPECT_EQ(help.status, 0);
-  for (const char* word : {"info", "convert", "formats", "demo", "--json", "--tree", "130"})
+  for (const char* word :
+       {"info", "convert", "formats", "demo", "--json", "--tree", "130", "--weld TOL",
+        "--triangulate", "--subdivide N", "--subdivide-all N", "--merge-coplanar DEG"})
     EXPECT_NE(help.out.find(word), std::string::npos) << word;
 
   EXPECT_EQ(RunTool({}).status, 2);
@@ -175,8 +147,6 @@ TEST_F(Tool, VersionHelpAndUsage) {
 }
 
 TEST_F(Tool, FormatsTellWhatCanBeReadAndWritten) {
-  if (!HasLightwave())
-    GTEST_SKIP() << "no Lightwave codec in this build";
   ToolRun text = RunTool({"formats"});
   ASSERT_EQ(text.status, 0);
   auto line = [&](const std::string& cls) {
@@ -198,8 +168,6 @@ TEST_F(Tool, FormatsTellWhatCanBeReadAndWritten) {
 }
 
 TEST_F(Tool, InfoDescribesScenes) {
-  if (!HasLightwave())
-    GTEST_SKIP() << "no Lightwave codec in this build";
   ToolRun text = RunTool({"info", "--tree", Sample("hierarchy.lwo")});
   ASSERT_EQ(text.status, 0) << text.err;
   for (const char* part :
@@ -220,8 +188,6 @@ TEST_F(Tool, InfoDescribesScenes) {
 }
 
 TEST_F(Tool, ErrorsHaveTheirOwnStatus) {
-  if (!HasLightwave())
-    GTEST_SKIP() << "no Lightwave codec in this build";
   std::ofstream(File("garbage.lwo")) << "definitely not a Lightwave object";
   std::ofstream(File("notes.xyz")) << "text";
 
@@ -234,8 +200,6 @@ TEST_F(Tool, ErrorsHaveTheirOwnStatus) {
   ToolRun bad = RunTool({"info", File("garbage.lwo")});
   EXPECT_EQ(bad.status, 5);
   EXPECT_NE(bad.err.find("garbage.lwo: Bad file format"), std::string::npos) << bad.err;
-  ToolRun french = RunTool({"info", "--lang", "fr", File("garbage.lwo")});
-  EXPECT_NE(french.err.find("Mauvais format de fichier"), std::string::npos) << french.err;
   EXPECT_TRUE(bad.out.empty());
 
   // A damaged file: the library's text, then the codec's account of where it
@@ -266,8 +230,6 @@ TEST_F(Tool, ErrorsHaveTheirOwnStatus) {
 }
 
 TEST_F(Tool, ConvertFollowsTheOutputExtension) {
-  if (!HasLightwave())
-    GTEST_SKIP() << "no Lightwave codec in this build";
   ToolRun ok = RunTool({"convert", Sample("hierarchy.lwo"), File("copy.lwo")});
   ASSERT_EQ(ok.status, 0) << ok.err;
   EXPECT_NE(ok.out.find("290 points, 306 faces"), std::string::npos) << ok.out;
@@ -286,8 +248,6 @@ TEST_F(Tool, ConvertFollowsTheOutputExtension) {
 }
 
 TEST_F(Tool, DemoSavesAndReadsBackItsScene) {
-  if (!HasLightwave())
-    GTEST_SKIP() << "no Lightwave codec in this build";
   ToolRun demo = RunTool({"demo", File("demo")});
   ASSERT_EQ(demo.status, 0) << demo.err;
   EXPECT_NE(demo.out.find("read it back"), std::string::npos);
@@ -301,8 +261,6 @@ TEST_F(Tool, DemoSavesAndReadsBackItsScene) {
 }
 
 TEST_F(Tool, ConvertWeldsTriangulatesAndSubdivides) {
-  if (!HasLightwave())
-    GTEST_SKIP() << "no Lightwave codec in this build";
   // Two quads and a pentagon side by side, each with corners of its own (one a
   // little off), and a separate one-quad patch.
   meshcore::C3DObjectCreator creator;
@@ -347,10 +305,6 @@ TEST_F(Tool, ConvertWeldsTriangulatesAndSubdivides) {
 }
 
 TEST_F(Tool, ConvertOperationArgumentsAreChecked) {
-  const std::string help = RunTool({"--help"}).out;
-  for (const char* option : {"--weld TOL", "--triangulate", "--subdivide N", "--subdivide-all N"})
-    EXPECT_NE(help.find(option), std::string::npos) << option;
-
   const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
       {{"--weld", "-1"}, "invalid tolerance '-1' for --weld"},
       {{"--weld", "1e3x"}, "invalid tolerance '1e3x'"},
@@ -358,26 +312,32 @@ TEST_F(Tool, ConvertOperationArgumentsAreChecked) {
       {{"--subdivide", "9"}, "invalid level '9' for --subdivide (0 to 8)"},
       {{"--subdivide-all", "2.5"}, "invalid level '2.5' for --subdivide-all"},
       {{"--subdivide", "1", "--subdivide-all", "1"}, "exclude each other"},
+      {{"--merge-coplanar", "181"}, "invalid angle '181' for --merge-coplanar (0 to 180"},
+      {{"--merge-coplanar=-1"}, "invalid angle '-1'"},
+      {{"--merge-coplanar", "nan"}, "invalid angle 'nan'"},
+      // A value missing at the end of the line.
+      {{"a.lwo", "b.lwo", "--weld"}, "--weld needs a tolerance"},
+      {{"a.lwo", "b.lwo", "--merge-coplanar"}, "--merge-coplanar needs an angle in degrees"},
   };
   for (const auto& [options, message] : bad) {
     std::vector<std::string> args = {"convert"};
     args.insert(args.end(), options.begin(), options.end());
-    args.insert(args.end(), {"a.lwo", "b.lwo"});
+    if (options[0] != "a.lwo")
+      args.insert(args.end(), {"a.lwo", "b.lwo"});
     const ToolRun run = RunTool(args);
-    EXPECT_EQ(run.status, 2) << options[0];
+    EXPECT_EQ(run.status, 2) << options.back();
     EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
   }
-  const ToolRun missing = RunTool({"convert", "a.lwo", "b.lwo", "--weld"});
-  EXPECT_EQ(missing.status, 2);
-  EXPECT_NE(missing.err.find("--weld needs a tolerance"), std::string::npos) << missing.err;
-  const ToolRun elsewhere = RunTool({"info", "--triangulate", "a.lwo"});
-  EXPECT_EQ(elsewhere.status, 2);
-  EXPECT_NE(elsewhere.err.find("--triangulate is an option of convert only"), std::string::npos);
+  for (const char* option : {"--triangulate", "--merge-coplanar"}) {
+    const ToolRun elsewhere = RunTool({"info", option, "5", "a.lwo"});
+    EXPECT_EQ(elsewhere.status, 2);
+    EXPECT_NE(elsewhere.err.find(std::string(option) + " is an option of convert only"),
+              std::string::npos)
+        << elsewhere.err;
+  }
 
   // A level whose result could not be held is refused before any work, and
   // nothing is written: 272 quads times 4^8 is past the limit.
-  if (!HasLightwave())
-    return;
   {
     meshcore::C3DScene scene;
     std::vector<Corners> quads;
@@ -398,26 +358,6 @@ TEST_F(Tool, ConvertOperationArgumentsAreChecked) {
 }
 
 TEST_F(Tool, ConvertMergesCoplanarFacesAfterWeldingAndBeforeTriangulating) {
-  const std::string help = RunTool({"--help"}).out;
-  EXPECT_NE(help.find("--merge-coplanar DEG"), std::string::npos);
-  for (const auto& [options, message] :
-       std::vector<std::pair<std::vector<std::string>, std::string>>{
-           {{"--merge-coplanar", "181"}, "invalid angle '181' for --merge-coplanar (0 to 180"},
-           {{"--merge-coplanar=-1"}, "invalid angle '-1'"},
-           {{"--merge-coplanar", "nan"}, "invalid angle 'nan'"},
-           {{"--merge-coplanar"}, "--merge-coplanar needs an angle in degrees"}}) {
-    std::vector<std::string> args = {"convert", "a.lwo", "b.lwo"};
-    args.insert(args.end(), options.begin(), options.end());
-    const ToolRun run = RunTool(args);
-    EXPECT_EQ(run.status, 2) << options[0];
-    EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
-  }
-  const ToolRun elsewhere = RunTool({"info", "--merge-coplanar", "5", "a.lwo"});
-  EXPECT_EQ(elsewhere.status, 2);
-  EXPECT_NE(elsewhere.err.find("--merge-coplanar is an option of convert only"), std::string::npos);
-
-  if (!HasLightwave())
-    GTEST_SKIP() << "no Lightwave codec in this build";
   // A unit cube of twelve triangles, each with corners of its own.
   {
     const std::vector<std::array<int, 4>> sides = {{0, 4, 6, 2}, {1, 3, 7, 5}, {0, 1, 5, 4},
