@@ -382,7 +382,9 @@ void Exporter::AddTriangles(C3DBaseObject* source, gltf::Mesh& mesh) {
       for (int c = 0; c < 3; ++c)
         around[fill[std::size_t(faces[tris[t].face][tris[t].k[c]])]++] = std::uint32_t(t);
   }
-  auto cornerNormal = [&](std::size_t t, int point) {
+  // The normal of triangle t at point: the area-weighted sum of the triangles
+  // around the point that lie within the angle of t.
+  auto smoothed = [&](std::size_t t, int point, bool* ownNormal = nullptr) {
     const float* own = &unit[t * 3];
     C3DVector n(own[0], own[1], own[2]);
     if (smooth) {
@@ -403,21 +405,91 @@ void Exporter::AddTriangles(C3DBaseObject* source, gltf::Mesh& mesh) {
       const float len = std::sqrt(sx * sx + sy * sy + sz * sz);
       if (len > 0.0f && std::isfinite(len))
         n = C3DVector(sx / len, sy / len, sz / len);
+      else if (ownNormal)
+        *ownNormal = true; // the triangle's own normal after all
     }
     if (!(n.x * n.x + n.y * n.y + n.z * n.z > 0.0f))
       n = C3DVector(0, 0, 1);
     return n;
   };
+  // Most points sit where no edge is sharp: every triangle around them lies
+  // within the angle of every other, and all their corners share one normal,
+  // worked out once. The test must never let through a point the exact rule
+  // above would split: it holds when the triangles' normals are the same bits
+  // and pass the rule against themselves, or (for angles that are not tiny)
+  // when each lies within half the angle, less a margin far above rounding,
+  // of their mean.
+  enum : std::uint8_t { kUnknown, kShared, kSplit };
+  std::vector<std::uint8_t> pointState;
+  std::vector<C3DVector> pointNormal;
+  const double halfCos = std::cos(std::max(0.0, double(std::min(angle, 3.14159265f)) / 2 - 1e-3));
+  const bool marginTest = angle >= 0.05f;
+  if (smooth) {
+    pointState.assign(std::size_t(pointCount), kUnknown);
+    pointNormal.resize(std::size_t(pointCount));
+  }
+  auto shared = [&](int point) {
+    const std::uint32_t b = start[std::size_t(point)];
+    const std::uint32_t e = std::min(start[std::size_t(point) + 1], b + 1024u);
+    if (b == e)
+      return false;
+    const float* first = &unit[std::size_t(around[b]) * 3];
+    bool same = true;
+    double mx = 0, my = 0, mz = 0;
+    for (std::uint32_t i = b; i < e; ++i) {
+      const float* u = &unit[std::size_t(around[i]) * 3];
+      same = same && std::memcmp(u, first, 3 * sizeof(float)) == 0;
+      mx += u[0];
+      my += u[1];
+      mz += u[2];
+    }
+    if (same)
+      return e - b == 1 ||
+             first[0] * first[0] + first[1] * first[1] + first[2] * first[2] >= limit;
+    if (!marginTest)
+      return false;
+    const double ml = std::sqrt(mx * mx + my * my + mz * mz);
+    if (!(ml > 0))
+      return false;
+    for (std::uint32_t i = b; i < e; ++i) {
+      const float* u = &unit[std::size_t(around[i]) * 3];
+      const double ul = std::sqrt(double(u[0]) * u[0] + double(u[1]) * u[1] + double(u[2]) * u[2]);
+      if (!(ul > 0) || (u[0] * mx + u[1] * my + u[2] * mz) / (ul * ml) < halfCos)
+        return false;
+    }
+    return true;
+  };
+  auto cornerNormal = [&](std::size_t t, int point) {
+    if (!smooth)
+      return smoothed(t, point);
+    std::uint8_t& state = pointState[std::size_t(point)];
+    if (state == kUnknown) {
+      state = shared(point) ? kShared : kSplit;
+      bool own = false;
+      if (state == kShared)
+        pointNormal[std::size_t(point)] = smoothed(t, point, &own);
+      if (own)
+        state = kSplit; // a sum that overflowed: each triangle keeps its own
+
+    }
+    return state == kShared ? pointNormal[std::size_t(point)] : smoothed(t, point);
+  };
 
   // Triangles grouped by material, in the order materials are first met.
   std::vector<unsigned> order;
   std::map<unsigned, std::vector<std::uint32_t>> byMaterial;
+  std::vector<std::uint32_t>* last = nullptr; // runs of one material skip the lookup
+  unsigned lastId = 0;
   for (std::size_t t = 0; t < tris.size(); ++t) {
     const unsigned id = faces[tris[t].face].GetMaterialID();
-    auto [it, fresh] = byMaterial.try_emplace(id);
-    if (fresh)
-      order.push_back(id);
-    it->second.push_back(std::uint32_t(t));
+    if (!last || id != lastId) {
+      auto [it, fresh] = byMaterial.try_emplace(id);
+      if (fresh)
+        order.push_back(id);
+      last = &it->second;
+      lastId = id;
+    }
+    last->push_back(std::uint32_t(t));
   }
 
   // Each primitive's vertices go straight into the buffer as interleaved

@@ -3,6 +3,7 @@
 #include "meshcore/formats/common/detail/color_bytes.h"
 #include "meshcore/formats/common/detail/file_input.h"
 #include "meshcore/formats/common/detail/file_output.h"
+#include "meshcore/formats/common/detail/record_blocks.h"
 #include "meshcore/formats/common/detail/unique_names.h"
 #include "meshcore/formats/studio3d/detail/tds_file.h"
 #include "meshcore/io/codec_registry.h"
@@ -22,11 +23,15 @@
 #include "meshcore/scene/scene_node.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <exception>
 #include <map>
 #include <memory>
 #include <new>
 #include <set>
+#include <system_error>
+#include <thread>
 #include <unordered_map>
 
 namespace meshcore {
@@ -102,17 +107,40 @@ public:
   // False when the file holds no mesh with faces.
   bool Build() {
     Materials();
-    m_objects.resize(m_file.meshes.size());
+    const std::size_t n = m_file.meshes.size();
+    m_objects.resize(n);
+    std::vector<Parts> parts(n);
+    // Objects, lists and channels are made here in file order, as their ids
+    // count on across the library; their records are filled after.
     bool any = false;
-    CCancelCheck cancel(0, 16);
-    for (std::size_t i = 0; i < m_file.meshes.size(); ++i) {
-      if (cancel.Tick() || ShouldCancel())
-        throw Cancelled{};
-      m_objects[i] = Object(m_file.meshes[i]);
-      any = any || m_objects[i] != nullptr;
+    std::size_t faces = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      const tds::Mesh& mesh = m_file.meshes[i];
+      if (mesh.FaceCount() == 0 || mesh.PointCount() == 0)
+        continue;
+      any = true;
+      faces += mesh.FaceCount();
+      m_objects[i] = std::make_unique<C3DObject>();
+      parts[i].points = std::make_unique<C3DPointList>();
+      parts[i].faces = std::make_unique<C3DFaceList>();
+      if (mesh.UVCount() > 0)
+        parts[i].uvw = std::make_unique<CUVWChannel>();
     }
     if (!any)
       return false;
+    FillAll(parts, faces);
+    for (std::size_t i = 0; i < n; ++i)
+      if (m_objects[i]) {
+        if (parts[i].needsDefault) {
+          // Only now: asking for the default material puts one in the scene.
+          const unsigned id = DefaultMaterial();
+          C3DFace* face = parts[i].faces->GetFirst();
+          for (int f = 0; f < parts[i].faces->GetSize(); ++f)
+            if (face[f].GetMaterialID() == kNoChannel)
+              face[f].SetMaterialID(id);
+        }
+        Assemble(m_file.meshes[i], *m_objects[i], parts[i]);
+      }
     Nodes();
     if (m_file.hasMasterScale)
       m_scene.GetCustomData().SetFloat(kCustomMasterScale, m_file.masterScale);
@@ -120,6 +148,14 @@ public:
   }
 
 private:
+  // The lists of one mesh's object while they are filled.
+  struct Parts {
+    std::unique_ptr<C3DPointList> points;
+    std::unique_ptr<C3DFaceList> faces;
+    std::unique_ptr<CUVWChannel> uvw;
+    bool needsDefault = false; // some faces wait for the default material
+  };
+
   void Materials() {
     std::set<std::string> names;
     for (const tds::Material& m : m_file.materials) {
@@ -157,59 +193,118 @@ private:
     return m_default - 1;
   }
 
-  std::unique_ptr<C3DObject> Object(const tds::Mesh& mesh) {
-    const std::size_t faceCount = mesh.FaceCount();
-    const std::size_t pointCount = mesh.PointCount();
-    if (faceCount == 0 || pointCount == 0)
-      return nullptr;
-    auto object = std::make_unique<C3DObject>();
-    auto points = std::make_unique<C3DPointList>();
-    points->SetSize(int(pointCount));
-    C3DPoint* p = points->GetFirst();
-    for (std::size_t i = 0; i < pointCount; ++i) {
-      p[i].x = mesh.Point(i, 0);
-      p[i].y = mesh.Point(i, 1);
-      p[i].z = mesh.Point(i, 2);
+  // Fills every mesh's lists. Meshes are independent, so with enough faces
+  // a second thread takes meshes too: filling is mostly first touches of
+  // fresh pages, which proceed in parallel on two cores. The records are the
+  // same whichever thread fills them.
+  void FillAll(std::vector<Parts>& parts, std::size_t faces) {
+    constexpr std::size_t kThreadFrom = 65536; // faces in the file
+    std::atomic<std::size_t> next{0};
+    std::atomic<bool> stop{false};
+    auto work = [&](bool main) {
+      CCancelCheck cancel(0, 16);
+      for (std::size_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < parts.size();) {
+        if (stop.load(std::memory_order_relaxed) || (main && (cancel.Tick() || ShouldCancel())))
+          throw Cancelled{};
+        if (parts[i].points)
+          Fill(m_file.meshes[i], parts[i]);
+      }
+    };
+    std::thread helper;
+    std::exception_ptr helperError;
+    if (faces >= kThreadFrom && std::thread::hardware_concurrency() != 1) {
+      try {
+        helper = std::thread([&] {
+          try {
+            work(false);
+          } catch (...) {
+            helperError = std::current_exception();
+          }
+        });
+      } catch (const std::system_error&) {
+        // no second thread: this one fills every mesh
+      }
     }
+    try {
+      work(true);
+    } catch (...) {
+      stop.store(true, std::memory_order_relaxed);
+      if (helper.joinable())
+        helper.join();
+      throw;
+    }
+    if (helper.joinable())
+      helper.join();
+    if (helperError)
+      std::rethrow_exception(helperError);
+  }
 
-    // Materials by face: faces named by no group keep the default material.
-    std::vector<unsigned> material(faceCount, kNoChannel);
+  // Touches nothing but the mesh's own parts (and reads the material names).
+  void Fill(const tds::Mesh& mesh, Parts& part) const {
+    const int faceCount = int(mesh.FaceCount());
+    const int pointCount = int(mesh.PointCount());
+    codec::BuildRecords(*part.points, pointCount, [&](int begin, int end) {
+      C3DPoint* p = part.points->GetFirst();
+      for (int i = begin; i < end; ++i) {
+        p[i].x = mesh.Point(std::size_t(i), 0);
+        p[i].y = mesh.Point(std::size_t(i), 1);
+        p[i].z = mesh.Point(std::size_t(i), 2);
+      }
+    });
+
+    // Materials by face: the first group naming a face wins; faces named by
+    // no group, or by a material the file lacks, take the default material
+    // (marked here, set by the caller).
+    std::vector<unsigned> material(std::size_t(faceCount), kNoChannel);
+    std::vector<bool> named(std::size_t(faceCount), false);
     for (const tds::FaceGroup& group : mesh.groups) {
       auto it = m_materialByName.find(group.material);
-      const unsigned id = it != m_materialByName.end() ? it->second : DefaultMaterial();
+      const unsigned id = it != m_materialByName.end() ? it->second : kNoChannel;
       for (std::uint16_t f : group.faces)
-        if (material[f] == kNoChannel)
+        if (!named[f]) {
+          named[f] = true;
           material[f] = id;
+        }
     }
-    auto faces = std::make_unique<C3DFaceList>();
-    faces->SetSize(int(faceCount));
-    for (std::size_t f = 0; f < faceCount; ++f) {
-      C3DFace& face = (*faces)[int(f)];
-      face.SetSize(3);
-      int* idx = face.GetData();
-      for (int k = 0; k < 3; ++k)
-        idx[k] = mesh.Face(f, unsigned(k));
-      face.SetMaterialID(material[f] != kNoChannel ? material[f] : DefaultMaterial());
-    }
-
-    if (mesh.UVCount() > 0) {
-      // One texture point per mesh point; a short list leaves the rest at 0.
-      auto channel = std::make_unique<CUVWChannel>();
-      CUVWPointList& uvs = *channel->GetUVWPointList();
-      uvs.SetSize(int(pointCount));
-      const std::size_t given = std::min(pointCount, mesh.UVCount());
-      for (std::size_t i = 0; i < given; ++i)
-        uvs[int(i)].SetUV(mesh.UV(i, 0), -mesh.UV(i, 1), 0); // v runs upwards in the file
-      CUVWFaceList& uvFaces = *channel->GetUVWFaceList();
-      uvFaces.SetSize(int(faceCount));
-      for (std::size_t f = 0; f < faceCount; ++f) {
-        CUVWFace& face = uvFaces[int(f)];
+    part.needsDefault = std::find(material.begin(), material.end(), kNoChannel) != material.end();
+    codec::BuildRecords(*part.faces, faceCount, [&](int begin, int end) {
+      C3DFace* out = part.faces->GetFirst();
+      for (int f = begin; f < end; ++f) {
+        C3DFace& face = out[f];
         face.SetSize(3);
-        std::copy_n((*faces)[int(f)].GetData(), 3, face.GetData());
+        int* idx = face.GetData();
+        for (int k = 0; k < 3; ++k)
+          idx[k] = mesh.Face(std::size_t(f), unsigned(k));
+        face.SetMaterialID(material[std::size_t(f)]);
       }
-      const unsigned id = channel->GetID();
-      object->AddChannel(channel.release());
-      object->SetGlobalUVWChannel(id);
+    });
+    if (!part.uvw)
+      return;
+    // One texture point per mesh point; a short list leaves the rest at 0.
+    const int given = int(std::min(mesh.PointCount(), mesh.UVCount()));
+    CUVWPointList& uvs = *part.uvw->GetUVWPointList();
+    codec::BuildRecords(uvs, pointCount, [&](int begin, int end) {
+      CUVWPoint* out = uvs.GetFirst();
+      for (int i = begin; i < std::min(end, given); ++i)
+        out[i].SetUV(mesh.UV(std::size_t(i), 0), -mesh.UV(std::size_t(i), 1),
+                     0); // v runs upwards in the file
+    });
+    CUVWFaceList& uvFaces = *part.uvw->GetUVWFaceList();
+    codec::BuildRecords(uvFaces, faceCount, [&](int begin, int end) {
+      const C3DFace* in = part.faces->GetFirst();
+      CUVWFace* out = uvFaces.GetFirst();
+      for (int f = begin; f < end; ++f) {
+        out[f].SetSize(3);
+        std::copy_n(in[f].GetData(), 3, out[f].GetData());
+      }
+    });
+  }
+
+  void Assemble(const tds::Mesh& mesh, C3DObject& object, Parts& part) {
+    if (part.uvw) {
+      const unsigned id = part.uvw->GetID();
+      object.AddChannel(part.uvw.release());
+      object.SetGlobalUVWChannel(id);
       // The maps of the materials this mesh uses are placed by its coordinates.
       std::set<unsigned> used;
       for (const tds::FaceGroup& group : mesh.groups)
@@ -220,9 +315,8 @@ private:
           if (CMaterialMap* map = mat->GetDiffuseMaps(); map && map->GetChannelID() == kNoChannel)
             map->SetChannelID(id);
     }
-    object->SetPointList(points.release());
-    object->SetFaceList(faces.release());
-    return object;
+    object.SetPointList(part.points.release());
+    object.SetFaceList(part.faces.release());
   }
 
   C3DSceneNode* MeshNode(std::size_t mesh) {

@@ -18,6 +18,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -202,6 +204,79 @@ TEST_F(Gltf, NormalsSplitAtSharpEdgesOnly) {
     const float c[3] = {(p[0] + q[0] + r[0]) / 3 - 0.5f, (p[1] + q[1] + r[1]) / 3 - 0.5f,
                         (p[2] + q[2] + r[2]) / 3 - 0.5f};
     EXPECT_GT(n[0] * c[0] + n[1] * c[1] + n[2] * c[2], 0.0f) << "triangle " << t / 3;
+  }
+}
+
+TEST_F(Gltf, EveryCornerNormalFollowsTheSmoothingRule) {
+  // A strip that curves gently, then folds by 40 degrees: smoothing angles
+  // below the bends, between them and above both. Every corner's normal must
+  // be the area-weighted sum of the triangles around its point that lie
+  // within the angle of its own triangle (quads cut as the writer cuts them).
+  std::vector<P3> points;
+  Faces quads;
+  constexpr int kW = 20, kH = 4;
+  for (int y = 0; y <= kH; ++y)
+    for (int x = 0; x <= kW; ++x)
+      points.push_back({float(x), float(y),
+                        x <= 10 ? 0.002f * float(x * x) : 0.2f + std::tan(0.698f) * float(x - 10)});
+  for (int y = 0; y < kH; ++y)
+    for (int x = 0; x < kW; ++x) {
+      const int a = y * (kW + 1) + x;
+      quads.push_back({a, a + 1, a + kW + 2, a + kW + 1});
+    }
+  struct Tri {
+    int p[3];
+    std::array<double, 3> raw, unit;
+  };
+  std::vector<Tri> tris;
+  for (const auto& q : quads)
+    for (int i = 1; i <= 2; ++i) {
+      Tri t{{q[0], q[std::size_t(i)], q[std::size_t(i) + 1]}, {}, {}};
+      const P3 &a = points[std::size_t(t.p[0])], &b = points[std::size_t(t.p[1])],
+               &c = points[std::size_t(t.p[2])];
+      double u[3], v[3];
+      for (int k = 0; k < 3; ++k) {
+        u[k] = double(c[std::size_t(k)]) - a[std::size_t(k)];
+        v[k] = double(b[std::size_t(k)]) - a[std::size_t(k)];
+      }
+      t.raw = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+      const double l = std::sqrt(t.raw[0] * t.raw[0] + t.raw[1] * t.raw[1] + t.raw[2] * t.raw[2]);
+      t.unit = {t.raw[0] / l, t.raw[1] / l, t.raw[2] / l};
+      tris.push_back(t);
+    }
+  for (float angle : {0.0005f, 0.3f, 1.0f}) {
+    SCOPED_TRACE(angle);
+    auto object = MakeMesh(points, quads);
+    object->SetSmoothAngle(angle);
+    auto scene = SceneOf(object.release());
+    std::string json;
+    std::vector<std::uint8_t> buffer;
+    ASSERT_TRUE(SaveText(*scene, json, buffer));
+    const std::size_t stride = std::size_t(Numbers(json, "byteStride").at(0));
+    const std::size_t indexStart = std::size_t(Numbers(json, "byteOffset").back());
+    const bool wide = Numbers(json, "componentType").at(2) == 5125;
+    const auto counts = Numbers(json, "count");
+    ASSERT_EQ(counts.at(2), std::int64_t(tris.size() * 3));
+    for (std::size_t t = 0; t < tris.size(); ++t)
+      for (int c = 0; c < 3; ++c) {
+        std::uint32_t v = 0;
+        std::memcpy(&v, buffer.data() + indexStart + (t * 3 + std::size_t(c)) * (wide ? 4 : 2),
+                    wide ? 4 : 2);
+        float got[3];
+        std::memcpy(got, buffer.data() + v * stride + 12, sizeof got);
+        double sum[3] = {0, 0, 0};
+        for (const Tri& o : tris) {
+          const bool around = std::find(o.p, o.p + 3, tris[t].p[c]) != o.p + 3;
+          const double dot = o.unit[0] * tris[t].unit[0] + o.unit[1] * tris[t].unit[1] +
+                             o.unit[2] * tris[t].unit[2];
+          if (around && dot >= std::cos(double(angle)))
+            for (int k = 0; k < 3; ++k)
+              sum[k] += o.raw[std::size_t(k)];
+        }
+        const double l = std::sqrt(sum[0] * sum[0] + sum[1] * sum[1] + sum[2] * sum[2]);
+        for (int k = 0; k < 3; ++k)
+          ASSERT_NEAR(got[k], sum[k] / l, 1e-5) << "triangle " << t << " corner " << c;
+      }
   }
 }
 

@@ -1,6 +1,7 @@
 // The 3D Studio codec end to end: real files, hostile bytes, and scenes
 // written and read back.
 
+#include "meshcore/formats/common/detail/binary_writer.h"
 #include "meshcore/formats/library.h"
 #include "meshcore/formats/studio3d/detail/tds_file.h"
 #include "meshcore/formats/studio3d/studio3d_io.h"
@@ -453,6 +454,93 @@ TEST_F(Studio3dIo, LargeMeshesAreSplitWithinTheLimit) {
   int triangles = 0;
   ExpectNear(WorldBox(*back, &triangles), WorldBox(*scene), 0);
   EXPECT_EQ(triangles, 60);
+}
+
+TEST_F(Studio3dIo, LargeFilesFillEveryMeshAsTheFileSays) {
+  // Enough faces that two threads share the meshes: materials by group (the
+  // first group naming a face wins; no group or an unknown material gives the
+  // default), texture coordinates full, short or absent, a mesh without faces.
+  constexpr int kSide = 100, kN = kSide + 1;
+  tds::File file;
+  file.materials.emplace_back().name = "First"; // material 0, the default
+  file.materials.emplace_back().name = "Grey";
+  for (int k = 0; k < 4; ++k) {
+    tds::Mesh& mesh = file.meshes.emplace_back();
+    mesh.name = "M" + std::to_string(k);
+    for (int i = 0; i < kN * kN; ++i) {
+      mesh.points.insert(mesh.points.end(), {float(i % kN), float(i / kN), float(k + i % 7)});
+      if (k == 0 || (k == 2 && i < kN * kN / 2))
+        mesh.uvs.insert(mesh.uvs.end(), {float(i % 5), float(i % 3)});
+    }
+    if (k == 3)
+      continue; // points only
+    for (int y = 0; y < kSide; ++y)
+      for (int x = 0; x < kSide; ++x) {
+        const int a = y * kN + x;
+        for (int v : {a, a + 1, a + kN + 1, 0, a, a + kN + 1, a + kN, 0})
+          mesh.faces.push_back(std::uint16_t(v));
+      }
+    const auto faceCount = std::uint16_t(mesh.FaceCount());
+    if (k == 2) {
+      tds::FaceGroup& unknown = mesh.groups.emplace_back();
+      unknown.material = "Nope";
+      for (std::uint16_t f = 0; f < 100; ++f)
+        unknown.faces.push_back(f);
+    }
+    tds::FaceGroup& grey = mesh.groups.emplace_back();
+    grey.material = "Grey";
+    for (std::uint16_t f = 0; f < (k == 1 ? faceCount / 2 : faceCount); ++f)
+      grey.faces.push_back(f);
+  }
+  codec::CBinaryWriter writer(codec::ByteOrder::Little);
+  ASSERT_TRUE(tds::WriteFile(file, writer, nullptr));
+  auto scene = Read(writer.GetBuffer());
+  ASSERT_TRUE(scene) << detail_;
+  const unsigned greyId = scene->GetMaterialID("Grey");
+  const unsigned defaultId = scene->GetMaterial(0)->GetMaterialID();
+  ASSERT_NE(greyId, defaultId);
+
+  std::vector<const C3DBaseObject*> objects;
+  const C3DBaseObject* object = nullptr;
+  for (C3DSceneNode* cursor = scene->GetFirstNode(nullptr); cursor;)
+    if (scene->GetNextNode(object, cursor, nullptr) && object &&
+        object->GetKindOf() == OBJECT_POLYGONAL)
+      objects.push_back(object);
+  ASSERT_EQ(objects.size(), 3u);
+  for (std::size_t k = 0; k < objects.size(); ++k) {
+    SCOPED_TRACE(k);
+    const tds::Mesh& mesh = file.meshes[k];
+    const C3DPointList& points = *objects[k]->GetPointList();
+    const C3DFaceList& faces = *objects[k]->GetFaceList();
+    ASSERT_EQ(points.GetSize(), kN * kN);
+    ASSERT_EQ(faces.GetSize(), 2 * kSide * kSide);
+    bool same = true;
+    for (int i = 0; i < points.GetSize(); ++i)
+      same = same && points[i].x == mesh.points[std::size_t(i) * 3] &&
+             points[i].z == mesh.points[std::size_t(i) * 3 + 2];
+    for (int f = 0; f < faces.GetSize(); ++f) {
+      const bool grey = (k == 0) || (k == 1 && f < faces.GetSize() / 2) || (k == 2 && f >= 100);
+      same = same && faces[f].GetSize() == 3 && faces[f][2] == mesh.faces[std::size_t(f) * 4 + 2] &&
+             faces[f].GetMaterialID() == (grey ? greyId : defaultId);
+    }
+    EXPECT_TRUE(same);
+    CUVWChannel* uv = objects[k]->GetChannels() ? objects[k]->GetChannels()->GetUVWChannel(0)
+                                                : nullptr;
+    ASSERT_EQ(uv != nullptr, k != 1);
+    if (!uv)
+      continue;
+    const CUVWPointList& uvs = *uv->GetUVWPointList();
+    const CUVWFaceList& uvFaces = *uv->GetUVWFaceList();
+    ASSERT_EQ(uvs.GetSize(), kN * kN);
+    ASSERT_EQ(uvFaces.GetSize(), faces.GetSize());
+    const int given = int(mesh.uvs.size() / 2);
+    for (int i = 0; i < uvs.GetSize(); ++i)
+      same = same && uvs[i].u == (i < given ? mesh.uvs[std::size_t(i) * 2] : 0.0f) &&
+             uvs[i].v == (i < given ? -mesh.uvs[std::size_t(i) * 2 + 1] : 0.0f);
+    for (int f = 0; f < faces.GetSize(); ++f)
+      same = same && std::equal(faces[f].GetData(), faces[f].GetData() + 3, uvFaces[f].GetData());
+    EXPECT_TRUE(same);
+  }
 }
 
 TEST_F(Studio3dIo, CancelledReadsAndSavesLeaveNothing) {
