@@ -60,7 +60,12 @@ struct VertexKey {
 // stay in cache where a hash table over millions of corners would not.
 class VertexTable {
 public:
-  explicit VertexTable(std::vector<std::int32_t>& heads) : heads_(heads) {}
+  // Room for `most` vertices is made at once: a table that grows copies
+  // everything it holds, and room never used costs no memory.
+  VertexTable(std::vector<std::int32_t>& heads, std::size_t most) : heads_(heads) {
+    keys_.reserve(most);
+    next_.reserve(most);
+  }
   ~VertexTable() {
     for (const VertexKey& k : keys_)
       heads_[std::size_t(k.point)] = -1; // ready for the next primitive
@@ -245,29 +250,45 @@ namespace {
 // plane, so that a fan would cut outside it.
 bool NeedsEarClipping(const C3DFaceList& faces, const C3DPointList& points) {
   const int pointCount = points.GetSize();
+  const C3DPoint* all = points.GetFirst();
+  // The corners of a face, copied once: the turns below visit each three times.
+  constexpr int kLocal = 64;
+  C3DPoint local[kLocal];
   for (int f = 0; f < faces.GetSize(); ++f) {
     const C3DFace& face = faces[f];
     const int n = face.GetSize();
     if (n <= 3)
       continue;
+    const int* index = face.GetData();
     bool inside = true;
     for (int k = 0; k < n; ++k)
-      inside = inside && face[k] >= 0 && face[k] < pointCount;
+      inside = inside && index[k] >= 0 && index[k] < pointCount;
     if (!inside)
       continue;
+    const C3DPoint* corner = local;
+    std::vector<C3DPoint> many;
+    if (n <= kLocal) {
+      for (int k = 0; k < n; ++k)
+        local[k] = all[index[k]];
+    } else {
+      many.reserve(std::size_t(n));
+      for (int k = 0; k < n; ++k)
+        many.push_back(all[index[k]]);
+      corner = many.data();
+    }
     // Newell's normal, then every turn must agree with it.
     double nx = 0, ny = 0, nz = 0;
     for (int k = 0; k < n; ++k) {
-      const C3DPoint& p = points[face[k]];
-      const C3DPoint& q = points[face[(k + 1) % n]];
+      const C3DPoint& p = corner[k];
+      const C3DPoint& q = corner[k + 1 < n ? k + 1 : 0];
       nx += double(p.y - q.y) * (p.z + q.z);
       ny += double(p.z - q.z) * (p.x + q.x);
       nz += double(p.x - q.x) * (p.y + q.y);
     }
     for (int k = 0; k < n; ++k) {
-      const C3DPoint& a = points[face[k]];
-      const C3DPoint& b = points[face[(k + 1) % n]];
-      const C3DPoint& c = points[face[(k + 2) % n]];
+      const C3DPoint& a = corner[k];
+      const C3DPoint& b = corner[k + 1 < n ? k + 1 : k + 1 - n];
+      const C3DPoint& c = corner[k + 2 < n ? k + 2 : k + 2 - n];
       const double ux = b.x - a.x, uy = b.y - a.y, uz = b.z - a.z;
       const double vx = c.x - b.x, vy = c.y - b.y, vz = c.z - b.z;
       const double turn =
@@ -500,12 +521,17 @@ void Exporter::AddTriangles(C3DBaseObject* source, gltf::Mesh& mesh) {
   std::vector<std::uint32_t> indices;
   for (unsigned materialId : order) {
     const std::vector<std::uint32_t>& group = byMaterial[materialId];
-    VertexTable vertices(heads);
+    VertexTable vertices(heads, group.size() * 3);
     indices.clear();
+    indices.reserve(group.size() * 3);
     const std::size_t viewStart = (doc_.buffer.size() + 3) & ~std::size_t(3);
     doc_.buffer.resize(viewStart);
     float lo[3] = {0, 0, 0}, hi[3] = {0, 0, 0};
     std::uint32_t vertexCount = 0;
+    // The buffer grows by many records at a time and is cut back to what the
+    // records use at the end.
+    constexpr std::size_t kGrowRecords = 4096;
+    std::size_t used = doc_.buffer.size();
     for (std::uint32_t t : group) {
       Tick();
       const Tri& tri = tris[t];
@@ -534,8 +560,10 @@ void Exporter::AddTriangles(C3DBaseObject* source, gltf::Mesh& mesh) {
             record[6] = tp.u;
             record[7] = 1.0f - tp.v; // glTF's v runs down the image
           }
-          const std::size_t at = doc_.buffer.size();
-          doc_.buffer.resize(at + stride);
+          const std::size_t at = used;
+          used += stride;
+          if (used > doc_.buffer.size())
+            doc_.buffer.resize(used + kGrowRecords * stride);
           std::uint8_t* out = doc_.buffer.data() + at;
           for (int f = 0; f < (uvFaces ? 8 : 6); ++f)
             codec::StoreF32LE(out + 4 * f, record[f]);
@@ -557,6 +585,7 @@ void Exporter::AddTriangles(C3DBaseObject* source, gltf::Mesh& mesh) {
         indices.push_back(vertex);
       }
     }
+    doc_.buffer.resize(used);
     if (vertexCount == 0)
       continue;
     doc_.bufferViews.push_back(
