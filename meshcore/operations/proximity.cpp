@@ -7,9 +7,17 @@
 #include "meshcore/platform/exceptions.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 namespace meshcore {
@@ -152,6 +160,45 @@ void CProximityMap::AddPoints(const C3DPoint* points, int count, float cellSize,
   }
   if (anyInvalid && invalid)
     *anyInvalid = true;
+}
+
+void CProximityMap::Append(const CProximityMap& next) {
+  // Its cells in its own order of first use are exactly the order in which
+  // the cells it adds would have come in here. They go in batches whose
+  // slots are fetched first, as in AddPoints.
+  constexpr std::size_t kBatch = 64;
+  std::uint32_t hashes[kBatch];
+  std::vector<int> entry(next.m_cells.size());
+  for (std::size_t first = 0; first < next.m_cells.size(); first += kBatch) {
+    const std::size_t batch = std::min(kBatch, next.m_cells.size() - first);
+    for (std::size_t k = 0; k < batch; ++k) {
+      hashes[k] = IntCoordHash()(next.m_cells[first + k]);
+      if (!m_slots.empty())
+        __builtin_prefetch(&m_slots[hashes[k] & m_mask]);
+    }
+    for (std::size_t k = 0; k < batch; ++k) {
+      const std::size_t j = first + k;
+      const IntCoord& cell = next.m_cells[j];
+      std::size_t pos = m_slots.empty() ? 0 : FindPos(cell, hashes[k]);
+      int e = m_slots.empty() ? -1 : m_slots[pos].entry;
+      if (e < 0) {
+        if ((m_cells.size() + 1) * 2 > m_slots.size()) {
+          e = Insert(cell, hashes[k]);
+        } else {
+          e = static_cast<int>(m_cells.size());
+          m_slots[pos] = {hashes[k], e};
+          m_cells.push_back(cell);
+        }
+        m_start.push_back(0);
+      }
+      entry[j] = e;
+      m_start[static_cast<std::size_t>(e) + 1] += next.m_start[j + 1];
+    }
+  }
+  const std::size_t out = m_cellOf.size();
+  m_cellOf.resize(out + next.m_cellOf.size());
+  for (std::size_t i = 0; i < next.m_cellOf.size(); ++i)
+    m_cellOf[out + i] = entry[static_cast<std::size_t>(next.m_cellOf[i])];
 }
 
 void CProximityMap::BuildOccupancy() {
@@ -375,16 +422,74 @@ CProximityMap* InitProximityMap(C3DPointList& points, float tolerance, CCancelCh
   // Welding input is mostly a few copies of each corner: a quarter of the
   // point count is a fair first guess of the cell count.
   auto* map = new CProximityMap(static_cast<int>(NextPrime(static_cast<unsigned>(n / 4 + 1))), n);
-  // In slices, to answer a cancel request.
+  // In slices, to answer a cancel request. A large set is split in two: a
+  // second thread maps the later half on its own while this one maps the
+  // first, then the later half is appended (the map comes out the same).
   constexpr int kSlice = 16384;
+  constexpr int kHalvesFrom = 1 << 18;
   const C3DPoint* p = points.GetFirst();
-  for (int first = 0; first < n; first += kSlice) {
-    const int count = std::min(kSlice, n - first);
-    map->AddPoints(p + first, count, size, anyInvalid);
-    if (cancel && cancel->Advance(static_cast<std::uint64_t>(count))) {
-      delete map;
-      return nullptr;
+  int split = n;
+  std::unique_ptr<CProximityMap> later;
+  std::thread helper;
+  std::atomic<bool> stop{false};
+  std::mutex doneMutex;
+  std::condition_variable doneWake;
+  bool done = false;
+  std::exception_ptr helperError;
+  bool laterInvalid = false;
+  if (n >= kHalvesFrom && std::thread::hardware_concurrency() != 1) {
+    split = n / 2;
+    const int rest = n - split;
+    later = std::make_unique<CProximityMap>(static_cast<int>(NextPrime(static_cast<unsigned>(rest / 4 + 1))), rest);
+    try {
+      helper = std::thread([&] {
+        try {
+          for (int first = split; first < n && !stop.load(std::memory_order_relaxed); first += kSlice)
+            later->AddPoints(p + first, std::min(kSlice, n - first), size, &laterInvalid);
+        } catch (...) {
+          helperError = std::current_exception();
+        }
+        std::lock_guard lock(doneMutex);
+        done = true;
+        doneWake.notify_one();
+      });
+    } catch (const std::system_error&) {
+      split = n; // no second thread: one pass
+      later.reset();
     }
+  }
+  bool cancelled = false;
+  for (int first = 0; first < split && !cancelled; first += kSlice) {
+    const int count = std::min(kSlice, split - first);
+    map->AddPoints(p + first, count, size, anyInvalid);
+    cancelled = cancel && cancel->Advance(static_cast<std::uint64_t>(count));
+  }
+  if (helper.joinable()) {
+    // A cancel request is still answered while the later half is finished.
+    {
+      std::unique_lock lock(doneMutex);
+      while (!cancelled && !done) {
+        doneWake.wait_for(lock, std::chrono::milliseconds(2));
+        cancelled = cancel && cancel->Check();
+      }
+    }
+    if (cancelled)
+      stop.store(true, std::memory_order_relaxed);
+    helper.join();
+    if (helperError && !cancelled) {
+      delete map;
+      std::rethrow_exception(helperError);
+    }
+    if (!cancelled) {
+      map->Append(*later);
+      if (anyInvalid && laterInvalid)
+        *anyInvalid = true;
+      cancelled = cancel && cancel->Advance(static_cast<std::uint64_t>(n - split));
+    }
+  }
+  if (cancelled) {
+    delete map;
+    return nullptr;
   }
   map->Finish(withIndices);
   return map;

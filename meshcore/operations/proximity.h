@@ -70,6 +70,10 @@ public:
   // Drops the next count points into their cells for the given cell size.
   // anyInvalid, when given, is set when one of them is flagged PT_INVALID.
   void AddPoints(const C3DPoint* points, int count, float cellSize, bool* anyInvalid = nullptr);
+  // Adds the points of next, an unfinished map of the points that follow
+  // this one's (filled on its own, say by another thread), exactly as if they
+  // had been added here one by one.
+  void Append(const CProximityMap& next);
   // Starts fetching what MayTouchOthers(c) will read.
   [[gnu::always_inline]] void PrefetchNeighbourhood(const IntCoord& c) const {
     if (m_occupied.empty())

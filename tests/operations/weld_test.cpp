@@ -56,6 +56,46 @@ TEST(Proximity, CellsTruncateTowardZeroAndNeighboursTouch) {
   EXPECT_EQ(none->GetCount(), 0);
 }
 
+TEST(Proximity, LargeSetsMappedInHalvesMatchOnePointAtATime) {
+  // Past a quarter million points the later half is mapped on a second thread
+  // and appended: cells met in both halves, in one half only, and a cell
+  // first met exactly at the split must all come out as one pass gives them.
+  constexpr int kCount = 300000;
+  std::mt19937 random(7);
+  std::uniform_int_distribution<int> lattice(0, 60);
+  std::vector<test::P3> at;
+  for (int i = 0; i < kCount; ++i) {
+    const float far = i >= kCount / 2 && i % 97 == 0 ? 1000.0f + float(i) : 0.0f;
+    at.push_back({float(lattice(random)) * 0.5f + far, float(lattice(random)) * 0.5f, 0.25f});
+  }
+  at[kCount / 2] = {-777, -777, -777};
+  auto obj = MakeMesh(at, {});
+  C3DPointList& pts = *obj->GetPointList();
+  pts[3].SetFlag(PT_INVALID, 1); // in the first half; the later half's flag is seen too below
+  bool anyInvalid = false;
+  std::unique_ptr<CProximityMap> halves(InitProximityMap(pts, 1.0f, nullptr, true, &anyInvalid));
+  ASSERT_TRUE(halves);
+  EXPECT_TRUE(anyInvalid);
+  CProximityMap single;
+  for (int i = 0; i < kCount; ++i)
+    single.AddPoint(ConvertToProximityCoordinate(pts[i], pts.GetProximityCellSize()));
+  single.Finish(true);
+  ASSERT_EQ(halves->GetCount(), single.GetCount());
+  EXPECT_EQ(halves->GetCellOfPoints(), single.GetCellOfPoints());
+  bool same = true;
+  for (int e = 0; e < single.GetCount() && same; ++e)
+    same = halves->GetCell(e) == single.GetCell(e) &&
+           halves->GetPointCount(e) == single.GetPointCount(e) &&
+           halves->Lookup(single.GetCell(e)).GetSize() == single.GetPointCount(e);
+  EXPECT_TRUE(same);
+
+  pts[3].SetFlag(PT_INVALID, 0);
+  pts[kCount - 1].SetFlag(PT_INVALID, 1);
+  anyInvalid = false;
+  std::unique_ptr<CProximityMap> again(InitProximityMap(pts, 1.0f, nullptr, false, &anyInvalid));
+  EXPECT_TRUE(anyInvalid);
+}
+
 TEST(Proximity, MapArchiveRoundTrip) {
   auto obj = MakeMesh({{0, 0, 0}, {5, 5, 5}, {0.1f, 0, 0}, {-5, 0, 0}}, {});
   std::unique_ptr<CProximityMap> map(InitProximityMap(*obj->GetPointList(), 1.0f));
