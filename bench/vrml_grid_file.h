@@ -32,27 +32,25 @@ inline void WriteVrmlGrid(const std::string& path, int n) {
     s.append(buf, std::to_chars(buf, buf + sizeof buf, v).ptr);
   };
   const int side = n + 1;
-  for (int j = 0; j < side; ++j)
-    for (int i = 0; i < side; ++i) {
-      s += "      ";
-      real(float(i) / float(n));
-      s += ' ';
-      real(float(j) / float(n));
-      s += ' ';
-      real(float((i * 7 + j * 3) % 11) / 11.0f);
-      s += ",\n";
-      flush(false);
-    }
+  // The grid's points with their height, or (flat) their texture coordinates.
+  auto points = [&](bool height) {
+    for (int j = 0; j < side; ++j)
+      for (int i = 0; i < side; ++i) {
+        s += "      ";
+        real(float(i) / float(n));
+        s += ' ';
+        real(float(j) / float(n));
+        if (height) {
+          s += ' ';
+          real(float((i * 7 + j * 3) % 11) / 11.0f);
+        }
+        s += ",\n";
+        flush(false);
+      }
+  };
+  points(true);
   s += "    ]\n  }\n  TextureCoordinate2 {\n    point [\n";
-  for (int j = 0; j < side; ++j)
-    for (int i = 0; i < side; ++i) {
-      s += "      ";
-      real(float(i) / float(n));
-      s += ' ';
-      real(float(j) / float(n));
-      s += ",\n";
-      flush(false);
-    }
+  points(false);
   s += "    ]\n  }\n  IndexedFaceSet {\n";
   for (const char* field : {"coordIndex", "textureCoordIndex"}) {
     s += "    ";

@@ -4,6 +4,7 @@
 #include "meshcore/formats/common/detail/corner_values.h"
 #include "meshcore/formats/common/detail/file_input.h"
 #include "meshcore/formats/common/detail/file_output.h"
+#include "meshcore/formats/common/detail/record_blocks.h"
 #include "meshcore/formats/common/detail/unique_names.h"
 #include "meshcore/formats/lightwave/detail/lwo_object.h"
 #include "meshcore/formats/lightwave/detail/lwo_reader.h"
@@ -20,7 +21,6 @@
 #include "meshcore/mesh/uvw_channel.h"
 #include "meshcore/mesh/vc_channel.h"
 #include "meshcore/platform/cancel.h"
-#include "meshcore/platform/memory.h"
 #include "meshcore/scene/curve_3d.h"
 #include "meshcore/scene/group_3d.h"
 #include "meshcore/scene/material.h"
@@ -301,23 +301,50 @@ const st_lwVMap* WholeLayerUVWMap(const st_lwLayer& layer) {
   return found;
 }
 
+// Records [begin, end) of one list or another, filled the same way whichever
+// path (one thread or two) makes them.
+
+// Mesh point i is layer point runPoints[i].
+void FillPointRange(const st_lwLayer& layer, const std::uint32_t* runPoints, C3DPoint* out,
+                    int begin, int end) {
+  for (int i = begin; i < end; ++i) {
+    float at[3];
+    layer.GetPoint(runPoints[i], at);
+    out[i].x = at[0];
+    out[i].y = at[1];
+    out[i].z = at[2];
+  }
+}
+
 // Texture point i takes the value of run point i in a per-point map that
 // gives every run point a value.
-void FillUVWPoints(const st_lwVMap& map, const std::vector<std::uint32_t>& runPoints,
-                   CUVWPointList& points, const std::atomic<bool>* stop = nullptr) {
+void FillUVWPointRange(const st_lwVMap& map, const std::uint32_t* runPoints, CUVWPoint* out,
+                       int begin, int end) {
   const std::uint32_t dimension = std::min<std::uint32_t>(map.dimension, 3);
+  for (int i = begin; i < end; ++i) {
+    const float* src = map.Value(std::size_t(map.attached[runPoints[i]]));
+    float v[3] = {0, 0, 0};
+    for (std::uint32_t k = 0; k < dimension; ++k)
+      v[k] = src[k];
+    out[i].SetUV(v[0], -v[1], v[2]); // Lightwave's v runs the other way
+  }
+}
+
+// Texture faces that repeat the mesh faces.
+void CopyFaceRange(const C3DFace* in, CUVWFace* out, int begin, int end) {
+  for (int f = begin; f < end; ++f) {
+    const int n = in[f].GetSize();
+    out[f].SetSize(n);
+    std::memcpy(out[f].GetData(), in[f].GetData(), sizeof(int) * std::size_t(n));
+  }
+}
+
+void FillUVWPoints(const st_lwVMap& map, const std::vector<std::uint32_t>& runPoints,
+                   CUVWPointList& points) {
   GrowInBlocks(
       int(runPoints.size()),
       [&](int begin, int end) {
-        PollStop(0, stop);
-        CUVWPoint* out = points.GetFirst();
-        for (int i = begin; i < end; ++i) {
-          const float* src = map.Value(std::size_t(map.attached[runPoints[std::size_t(i)]]));
-          float v[3] = {0, 0, 0};
-          for (std::uint32_t k = 0; k < dimension; ++k)
-            v[k] = src[k];
-          out[i].SetUV(v[0], -v[1], v[2]); // Lightwave's v runs the other way
-        }
+        FillUVWPointRange(map, runPoints.data(), points.GetFirst(), begin, end);
       },
       &points);
 }
@@ -339,13 +366,8 @@ bool FillWholeUVWMap(const std::vector<NamedMaps>& maps,
   GrowInBlocks(
       mesh.GetSize(),
       [&](int begin, int end) {
-        for (int f = begin; f < end; ++f) {
-          PollRead(std::size_t(f));
-          const C3DFace& from = mesh[f];
-          CUVWFace& to = faces[f];
-          to.SetSize(from.GetSize());
-          std::memcpy(to.GetData(), from.GetData(), sizeof(int) * std::size_t(from.GetSize()));
-        }
+        PollRead(std::size_t(begin));
+        CopyFaceRange(&mesh[0], faces.GetFirst(), begin, end);
       },
       &faces);
   FillUVWPoints(map, runPoints, points);
@@ -393,20 +415,12 @@ private:
   std::thread thread_;
 };
 
-// Mesh point i is layer point runPoints[i].
 void FillPoints(const st_lwLayer& layer, const std::vector<std::uint32_t>& runPoints,
                 C3DPointList& points) {
   GrowInBlocks(
       int(runPoints.size()),
       [&](int begin, int end) {
-        C3DPoint* out = points.GetFirst();
-        for (int i = begin; i < end; ++i) {
-          float at[3];
-          layer.GetPoint(runPoints[std::size_t(i)], at);
-          out[i].x = at[0];
-          out[i].y = at[1];
-          out[i].z = at[2];
-        }
+        FillPointRange(layer, runPoints.data(), points.GetFirst(), begin, end);
       },
       &points);
 }
@@ -525,13 +539,8 @@ public:
 
 private:
   static int ChunkSize(int c, int total) { return std::min(kChunk, total - c * kChunk); }
-  // The chunk's pages are backed in one request first: much cheaper than
-  // taking their first-touch faults one by one, and small enough that the
-  // zeroed pages are still in cache when the records are written.
   template <class List> static void Construct(List& list, int from, int n) {
-    auto* at = list.GetFirst() + from;
-    PrefaultBlock(at, sizeof(*at) * std::size_t(n));
-    list.ConstructElements(at, n);
+    codec::ConstructBacked(list, from, n);
   }
 
   void Wake() {
@@ -594,25 +603,9 @@ private:
     }
     pointBuilt_[std::size_t(c)] = to - from;
     PollChunk(stop);
-    C3DPoint* out = points_.GetFirst();
-    for (int i = from; i < to; ++i) {
-      float at[3];
-      layer_.GetPoint(orderData_[i], at);
-      out[i].x = at[0];
-      out[i].y = at[1];
-      out[i].z = at[2];
-    }
-    if (!uvwPoints_)
-      return;
-    const std::uint32_t dimension = std::min<std::uint32_t>(uvwMap_->dimension, 3);
-    CUVWPoint* uv = uvwPoints_->GetFirst();
-    for (int i = from; i < to; ++i) {
-      const float* src = uvwMap_->Value(std::size_t(uvwMap_->attached[orderData_[i]]));
-      float v[3] = {0, 0, 0};
-      for (std::uint32_t k = 0; k < dimension; ++k)
-        v[k] = src[k];
-      uv[i].SetUV(v[0], -v[1], v[2]); // Lightwave's v runs the other way
-    }
+    FillPointRange(layer_, orderData_, points_.GetFirst(), from, to);
+    if (uvwPoints_)
+      FillUVWPointRange(*uvwMap_, orderData_, uvwPoints_->GetFirst(), from, to);
   }
   // Texture faces repeat the mesh faces.
   void FillUVWFaces(int c, const std::atomic<bool>* stop) {
@@ -620,13 +613,7 @@ private:
     Construct(*uvwFaces_, from, to - from);
     uvwFaceBuilt_[std::size_t(c)] = 1;
     PollChunk(stop);
-    const C3DFace* in = faces_.GetFirst();
-    CUVWFace* out = uvwFaces_->GetFirst();
-    for (int f = from; f < to; ++f) {
-      const int n = in[f].GetSize();
-      out[f].SetSize(n);
-      std::memcpy(out[f].GetData(), in[f].GetData(), sizeof(int) * std::size_t(n));
-    }
+    CopyFaceRange(faces_.GetFirst(), uvwFaces_->GetFirst(), from, to);
   }
   static void PollChunk(const std::atomic<bool>* stop) {
     if (stop)
@@ -906,16 +893,8 @@ void CLightwaveIo::ConvertRun(const st_lwLayer& layer, std::size_t first, std::s
         int(faceCount),
         [&](int begin, int blockEnd) {
           number(begin, blockEnd, faces->GetFirst());
-          if (uvwFaces) {
-            // Texture faces repeat the mesh faces.
-            const C3DFace* in = faces->GetFirst();
-            CUVWFace* out = uvwFaces->GetFirst();
-            for (int f = begin; f < blockEnd; ++f) {
-              out[f].SetSize(in[f].GetSize());
-              std::memcpy(out[f].GetData(), in[f].GetData(),
-                          sizeof(int) * std::size_t(in[f].GetSize()));
-            }
-          }
+          if (uvwFaces)
+            CopyFaceRange(faces->GetFirst(), uvwFaces->GetFirst(), begin, blockEnd);
         },
         faces.get(), uvwFaces);
     FillPoints(layer, order, *points);

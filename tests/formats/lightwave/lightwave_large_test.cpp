@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <vector>
 
@@ -88,6 +89,20 @@ std::vector<float> Flatten(C3DScene& scene) {
   return out;
 }
 
+// Lines from point a to point b put among the layer's polygons at the given
+// places (each counted in the list as it grows).
+void InsertLines(st_lwLayer& layer, std::initializer_list<std::size_t> places, std::uint32_t a,
+                 std::uint32_t b) {
+  for (std::size_t at : places) {
+    st_lwPolygon line;
+    line.tag = 0;
+    line.firstVertex = std::uint32_t(layer.polygonVertices.size());
+    line.vertexCount = 2;
+    layer.polygonVertices.insert(layer.polygonVertices.end(), {a, b});
+    layer.polygons.insert(layer.polygons.begin() + std::ptrdiff_t(at), line);
+  }
+}
+
 struct LightwaveLarge : ::testing::Test {
   static void SetUpTestSuite() { InitMeshcore(); }
 };
@@ -96,14 +111,7 @@ TEST_F(LightwaveLarge, BlockFilledMeshMatchesGeneralPath) {
   // Lines among the quads leave face and polygon numbers apart across blocks.
   st_lwObject object = test::LwoGrid(kSide, true);
   st_lwLayer& layer = object.layers[0];
-  for (std::size_t at : {std::size_t(5), std::size_t(2047), layer.polygons.size() / 2}) {
-    st_lwPolygon line;
-    line.tag = 0;
-    line.firstVertex = std::uint32_t(layer.polygonVertices.size());
-    line.vertexCount = 2;
-    layer.polygonVertices.insert(layer.polygonVertices.end(), {0u, 1u});
-    layer.polygons.insert(layer.polygons.begin() + std::ptrdiff_t(at), line);
-  }
+  InsertLines(layer, {5, 2047, layer.polygons.size() / 2}, 0, 1);
   auto fast = Read(Encode(object));
   ASSERT_NE(fast, nullptr);
   C3DBaseObject* mesh = OnlyMesh(*fast);
@@ -150,14 +158,7 @@ TEST_F(LightwaveLarge, TwoThreadFillMatchesOneThread) {
   st_lwObject object = test::LwoGrid(kSide / 2, true);
   st_lwLayer& layer = object.layers[0];
   std::vector<std::vector<std::uint8_t>> files = {Encode(object)};
-  for (std::size_t at : {std::size_t(0), std::size_t(3000), layer.polygons.size() - 1}) {
-    st_lwPolygon line;
-    line.tag = 0;
-    line.firstVertex = std::uint32_t(layer.polygonVertices.size());
-    line.vertexCount = 2;
-    layer.polygonVertices.insert(layer.polygonVertices.end(), {7u, 3u});
-    layer.polygons.insert(layer.polygons.begin() + std::ptrdiff_t(at), line);
-  }
+  InsertLines(layer, {0, 3000, layer.polygons.size() - 1}, 7, 3);
   layer.points.push_back({{9.0f, 9.0f, 9.0f}});
   files.push_back(Encode(object));
   layer.vmaps.clear();

@@ -7,12 +7,21 @@
 
 namespace meshcore::codec {
 
-// Makes the n records of an empty list chunk by chunk and hands each chunk
-// [begin, end) to fill while it is still in cache. A large list is mostly
-// first touches of fresh pages: backing a chunk's pages in one request costs
-// much less than taking their faults one by one, and constructing everything
-// before filling it would stream the whole block through memory twice. If
-// fill throws, the records made so far are destroyed and the list stays empty.
+// Constructs records [from, from + n) of a list whose room is taken, after
+// backing their pages in one request: much cheaper than taking their
+// first-touch faults one by one, and a chunk small enough that the zeroed
+// pages are still in cache when the records are written.
+template <class List> void ConstructBacked(List& list, int from, int n) {
+  auto* at = list.GetFirst() + from;
+  PrefaultBlock(at, sizeof(*at) * std::size_t(n));
+  list.ConstructElements(at, n);
+}
+
+// Makes the n records of an empty list chunk by chunk (see ConstructBacked)
+// and hands each chunk [begin, end) to fill while it is still in cache:
+// constructing everything before filling it would stream the whole block
+// through memory twice. If fill throws, the records made so far are
+// destroyed and the list stays empty.
 template <class List, class Fill> void BuildRecords(List& list, int n, Fill fill) {
   constexpr int kChunk = 8192;
   if (n <= 0 || !list.AllocateUnconstructed(n))
@@ -22,8 +31,7 @@ template <class List, class Fill> void BuildRecords(List& list, int n, Fill fill
   try {
     for (int begin = 0; begin < n; begin += kChunk) {
       const int end = std::min(n, begin + kChunk);
-      PrefaultBlock(first + begin, sizeof(*first) * std::size_t(end - begin));
-      list.ConstructElements(first + begin, end - begin);
+      ConstructBacked(list, begin, end - begin);
       made = end;
       fill(begin, end);
     }
